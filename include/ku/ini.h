@@ -1,0 +1,7 @@
+/* Placeholder: this family's declarations are being written. */
+#ifndef KU_INI_H
+#define KU_INI_H
+
+#include "ku/export.h"
+
+#endif /* KU_INI_H */

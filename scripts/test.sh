@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds libku and runs its tests. With no argument it runs every suite:
+#   native   Release-with-debug-info build, all tests, benchmarks compiled
+#   asan     AddressSanitizer + UndefinedBehaviorSanitizer build, all tests
+#   tsan     ThreadSanitizer build, the concurrency tests
+# Missing packages are installed first (Debian, as root).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+suites=("$@")
+((${#suites[@]})) || suites=(native asan tsan)
+
+scripts/install-deps.sh
+
+jobs=$(nproc)
+
+build_and_test() {
+  local dir=$1 label=$2
+  shift 2
+  cmake -S . -B "$dir" -G Ninja "$@" > "$dir.configure.log" 2>&1 ||
+    { cat "$dir.configure.log"; exit 1; }
+  cmake --build "$dir" -j "$jobs"
+  local select=()
+  [[ -n "$label" ]] && select=(-L "$label")
+  (cd "$dir" && ctest --output-on-failure -j "$jobs" "${select[@]}")
+}
+
+for suite in "${suites[@]}"; do
+  echo "=== $suite"
+  case $suite in
+    native) build_and_test build "" -DKU_BUILD_BENCH=ON ;;
+    asan)   build_and_test build-asan "" -DKU_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug ;;
+    tsan)   build_and_test build-tsan concurrency -DKU_TSAN=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
+    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan)" >&2; exit 2 ;;
+  esac
+done

@@ -1,0 +1,15 @@
+#!/bin/sh
+# Every defined dynamic symbol of libku.so must be part of the public API:
+# no C++ internals, no helper that forgot its anonymous namespace.
+set -eu
+lib=$1
+api='^(ku_[a-z0-9_]+|kutable_[a-z_]+|kulock_[a-z_]+|kuprocess_[a-z_]+|circle_buf_[a-z_]+|dynamic_mem_[a-z_]+|membuffer_[a-z_]+|memptr_[a-z_]+|miniresample_[a-z_]+|json_file_get_int|json_buf_get_int|strupr|strlwr|str_alloc|Https[A-Za-z]+|(Get|Put)Ini[A-Za-z]+|KEY_ENC|resample_[a-z_]+|lrs[A-Za-z]+)$'
+symbols=$(nm -D --defined-only "$lib" | awk '$2 ~ /^[TDBRVWiu]$/ {print $3}' | sed 's/@.*//' | sort -u)
+bad=$(echo "$symbols" | grep -Ev "$api" || true)
+count=$(echo "$symbols" | grep -c . || true)
+if [ -n "$bad" ]; then
+  echo "FAIL: symbols exported outside the API:" >&2
+  echo "$bad" >&2
+  exit 1
+fi
+echo "ok: $count exported symbols, all in the API"

@@ -1,0 +1,42 @@
+#!/bin/sh
+# Installs the built tree into a temporary prefix and builds a C and a C++
+# consumer against the installed copy only: once through pkg-config, once
+# through find_package(ku). Each consumer must run and print its greeting.
+set -eu
+build=$1 consumer=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$build" --prefix "$prefix" > "$work/install.log"
+
+libdir=$(dirname "$(find "$prefix" -name ku.pc)")
+libdir=${libdir%/pkgconfig}
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+export LD_LIBRARY_PATH=$libdir
+
+check_run() {
+  out=$("$1")
+  case $out in
+    "ku consumer ok"*) echo "ok: $1" ;;
+    *) echo "FAIL: $1 printed: $out" >&2; exit 1 ;;
+  esac
+}
+
+# pkg-config, shared
+cc  -std=c11   -Wall -Werror "$consumer/consumer.c"   -o "$work/c_pc"   $(pkg-config --cflags --libs ku)
+c++ -std=c++20 -Wall -Werror "$consumer/consumer.cpp" -o "$work/cxx_pc" $(pkg-config --cflags --libs ku)
+check_run "$work/c_pc"
+check_run "$work/cxx_pc"
+# pkg-config, static
+cc -std=c11 -Wall -Werror "$consumer/consumer.c" -o "$work/c_static" $(pkg-config --cflags ku) \
+   -Wl,-Bstatic -lku -Wl,-Bdynamic $(pkg-config --static --libs ku | sed "s/-lku //")
+check_run "$work/c_static"
+
+# find_package
+cmake -S "$consumer" -B "$work/cm" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" > "$work/cm.log" 2>&1 ||
+  { cat "$work/cm.log" >&2; exit 1; }
+cmake --build "$work/cm" > "$work/cm-build.log" 2>&1 || { cat "$work/cm-build.log" >&2; exit 1; }
+check_run "$work/cm/consumer_c"
+check_run "$work/cm/consumer_cxx"
+check_run "$work/cm/consumer_static"

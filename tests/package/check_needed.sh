@@ -1,0 +1,11 @@
+#!/bin/sh
+# The device has no C++ runtime: libku.so must not need libstdc++ or libatomic.
+set -eu
+lib=$1
+needed=$(readelf -d "$lib" | grep NEEDED || true)
+echo "$needed"
+if echo "$needed" | grep -E 'libstdc\+\+|libatomic|libgcc_s'; then
+  echo "FAIL: $lib needs a C++ or atomic runtime" >&2
+  exit 1
+fi
+echo "ok: no C++ runtime among NEEDED"

@@ -1,0 +1,165 @@
+// Tick rounding, calendar conversions and the single-precision local time.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "ku/clock.h"
+#include "support/fake_clock.h"
+
+using ku_test::FakeClock;
+
+TEST(Ticks, HalfMillisecondRoundsUpOnlyForMilliseconds)
+{
+    FakeClock clock;
+    clock.set_monotonic(0, 499999);
+    EXPECT_EQ(ku_ms_ticks(), 0);
+    EXPECT_EQ(ku_us_ticks(), 499);
+    EXPECT_EQ(ku_second_ticks(), 0);
+    clock.set_monotonic(0, 500000);
+    EXPECT_EQ(ku_ms_ticks(), 1);
+    EXPECT_EQ(ku_us_ticks(), 500);
+    EXPECT_EQ(ku_second_ticks(), 0);
+}
+
+TEST(Ticks, LastHalfMillisecondShowsNextSecond)
+{
+    FakeClock clock;
+    clock.set_monotonic(7, 999600000);
+    EXPECT_EQ(ku_ms_ticks(), 8000);
+    EXPECT_EQ(ku_us_ticks(), 7999600);
+    EXPECT_EQ(ku_second_ticks(), 7);
+    EXPECT_EQ(ku_ns_ticks(), 7999600000LL);
+}
+
+TEST(Ticks, ProductsDoNotOverflow32Bits)
+{
+    FakeClock clock;
+    clock.set_monotonic(3000000, 123456789);  // about 35 days of uptime
+    EXPECT_EQ(ku_ms_ticks(), 3000000123LL);
+    EXPECT_EQ(ku_us_ticks(), 3000000123456LL);
+    EXPECT_EQ(ku_ns_ticks(), 3000000123456789LL);
+}
+
+TEST(Ticks, RealClockIsMonotonic)
+{
+    const int64_t first = ku_ns_ticks();
+    const int64_t second = ku_ns_ticks();
+    EXPECT_GT(first, 0);
+    EXPECT_GE(second, first);
+}
+
+TEST(Calendar, UtcTimeIsTime)
+{
+    FakeClock clock;
+    clock.set_utc(1795390927);
+    EXPECT_EQ(ku_utc_time(), 1795390927);
+}
+
+TEST(Calendar, GmTimeOfZeroIs1970January1st)
+{
+    ku_tm tm;
+    const time_t zero = 0;
+    EXPECT_EQ(ku_gm_time(&zero, &tm), &tm);
+    EXPECT_EQ(tm.tm_year, 1970);
+    EXPECT_EQ(tm.tm_mon, 1);
+    EXPECT_EQ(tm.tm_mday, 1);
+    EXPECT_EQ(tm.tm_hour, 0);
+    EXPECT_EQ(tm.tm_wday, 4);  // a Thursday
+    EXPECT_EQ(tm.tm_yday, 0);
+    EXPECT_EQ(tm.tm_gmtoff, 0);
+}
+
+TEST(Calendar, GmTimeFillsEveryField)
+{
+    ku_tm tm;
+    const time_t when = 1795390927;  // 2026-11-22 23:42:07 UTC, a Sunday
+    ku_gm_time(&when, &tm);
+    EXPECT_EQ(tm.tm_year, 2026);
+    EXPECT_EQ(tm.tm_mon, 11);
+    EXPECT_EQ(tm.tm_mday, 22);
+    EXPECT_EQ(tm.tm_hour, 23);
+    EXPECT_EQ(tm.tm_min, 42);
+    EXPECT_EQ(tm.tm_sec, 7);
+    EXPECT_EQ(tm.tm_wday, 0);
+    EXPECT_EQ(tm.tm_yday, 325);
+    ASSERT_NE(tm.tm_zone, nullptr);
+    EXPECT_STREQ(tm.tm_zone, "GMT");
+}
+
+class LocalZone : public ::testing::Test {
+protected:
+    void use_zone(const char *zone)
+    {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    void TearDown() override
+    {
+        if (saved_.empty()) {
+            unsetenv("TZ");
+        } else {
+            setenv("TZ", saved_.c_str(), 1);
+        }
+        tzset();
+    }
+    std::string saved_ = getenv("TZ") ? getenv("TZ") : "";
+};
+
+TEST_F(LocalZone, MktimeRoundTripsUnderUtc)
+{
+    use_zone("UTC");
+    ku_tm tm;
+    const time_t when = 1795390927;
+    ku_gm_time(&when, &tm);
+    const ku_tm copy = tm;
+    EXPECT_EQ(ku_mktime(tm), 1795390927);
+    EXPECT_EQ(tm.tm_year, copy.tm_year);  // passed by value, untouched
+}
+
+TEST_F(LocalZone, MktimeReadsTheRecordAsLocalTime)
+{
+    use_zone("EST5");  // UTC-5, no daylight saving
+    ku_tm tm;
+    const time_t when = 1795390927;
+    ku_gm_time(&when, &tm);
+    EXPECT_EQ(ku_mktime(tm), 1795390927 + 5 * 3600);
+}
+
+TEST_F(LocalZone, MktimeMonthZeroIsDecemberOfYearBefore)
+{
+    use_zone("UTC");
+    ku_tm tm{};
+    tm.tm_year = 2026;
+    tm.tm_mon = 0;
+    tm.tm_mday = 1;
+    EXPECT_EQ(ku_mktime(tm), 1764547200);  // 2025-12-01 00:00:00 UTC
+}
+
+TEST(LocalTime, ZeroZoneIsUtcRoundedToMultipleOf128)
+{
+    FakeClock clock;
+    clock.set_utc(1795390927);  // 49 below 14026492 * 128: rounds up
+    EXPECT_EQ(ku_local_time(0.0f), 1795390976);
+}
+
+TEST(LocalTime, HalfHourZoneShiftsBeforeRounding)
+{
+    FakeClock clock;
+    clock.set_utc(1795390927);
+    // float(1795390927) is 1795390976; +-19800 s, then rounded again.
+    EXPECT_EQ(ku_local_time(5.5f), 1795410816);
+    EXPECT_EQ(ku_local_time(-5.5f), 1795371136);
+}
+
+TEST(LocalTime, StepIs128Seconds)
+{
+    FakeClock clock;
+    clock.set_utc(1795390976);
+    const int64_t base = ku_local_time(0.0f);
+    clock.set_utc(1795390976 + 63);
+    EXPECT_EQ(ku_local_time(0.0f), base);
+    clock.set_utc(1795390976 + 65);
+    EXPECT_EQ(ku_local_time(0.0f), base + 128);
+}

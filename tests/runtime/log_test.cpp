@@ -1,0 +1,257 @@
+// The log line format, its length limits and the rate gate, observed on the
+// real stderr/stdout descriptors under a controlled clock.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ku/log.h"
+#include "support/alloc_control.h"
+#include "support/capture.h"
+#include "support/fake_clock.h"
+
+using ku_test::AllocControl;
+using ku_test::CaptureStderr;
+using ku_test::CaptureStdout;
+using ku_test::FakeClock;
+
+namespace {
+
+// 2026-11-22 23:42:07 UTC
+constexpr int64_t kUtc = 1795390927;
+
+class Log : public ::testing::Test {
+protected:
+    Log()
+    {
+        clock.set_utc(kUtc);
+        clock.set_ms(5000);
+    }
+    FakeClock clock;
+};
+
+std::string stderr_of(void (*call)())
+{
+    CaptureStderr err;
+    call();
+    return err.finish();
+}
+
+}  // namespace
+
+TEST_F(Log, ErrorLineFormatHasTwoBlanksBeforeMessage)
+{
+    EXPECT_EQ(stderr_of([] { ku_err("disk %s at %d%%\n", "full", 99); }),
+              "[2026-11-22#23:42:07#5000]ERR:  disk full at 99%\n");
+}
+
+TEST_F(Log, DebugAndTracePrefixes)
+{
+    EXPECT_EQ(stderr_of([] { ku_debug("x=%d\n", 7); }), "[2026-11-22#23:42:07#5000]DBG:  x=7\n");
+    EXPECT_EQ(stderr_of([] { ku_trace("hello\n"); }), "[2026-11-22#23:42:07#5000]  hello\n");
+}
+
+TEST_F(Log, DatePartsAreZeroPaddedAndTickIsNot)
+{
+    clock.set_utc(0);  // 1970-01-01 00:00:00
+    clock.set_ms(7);
+    EXPECT_EQ(stderr_of([] { ku_err("m\n"); }), "[1970-01-01#00:00:00#7]ERR:  m\n");
+}
+
+TEST_F(Log, NegativeAndLargeTicksPrintInFull)
+{
+    clock.set_monotonic(4294967296LL, 0);  // past 32 bits of milliseconds
+    EXPECT_EQ(stderr_of([] { ku_trace("t"); }), "[2026-11-22#23:42:07#4294967296000]  t");
+}
+
+TEST_F(Log, EmptyMessageGivesBracketPrefixAndBlank)
+{
+    EXPECT_EQ(stderr_of([] { ku_err("%s", ""); }), "[2026-11-22#23:42:07#5000]ERR:  ");
+}
+
+TEST_F(Log, NothingIsAppendedWithoutANewline)
+{
+    EXPECT_EQ(stderr_of([] {
+                  ku_trace("a");
+                  ku_trace("b\n");
+              }),
+              "[2026-11-22#23:42:07#5000]  a[2026-11-22#23:42:07#5000]  b\n");
+}
+
+TEST_F(Log, PercentInsideArgumentIsNotFormattedAgain)
+{
+    EXPECT_EQ(stderr_of([] { ku_trace("%s\n", "100%d %s"); }),
+              "[2026-11-22#23:42:07#5000]  100%d %s\n");
+}
+
+// --- length limits --------------------------------------------------------
+
+class LogLength : public Log, public ::testing::WithParamInterface<int> {};
+
+TEST_P(LogLength, MessageIsWrittenWhole)
+{
+    const std::string message(static_cast<size_t>(GetParam()), 'x');
+    CaptureStderr err;
+    ku_trace("%s", message.c_str());
+    EXPECT_EQ(err.finish(), "[2026-11-22#23:42:07#5000]  " + message);
+}
+
+INSTANTIATE_TEST_SUITE_P(UpToLimit, LogLength, ::testing::Values(255, 256, 257, 1000, 8127));
+
+TEST_F(Log, MessageOf8128IsLostWithFailureLineOnStdout)
+{
+    const std::string message(8128, 'y');
+    CaptureStdout out;
+    CaptureStderr err;
+    ku_err("%s", message.c_str());
+    EXPECT_EQ(err.finish(), "");
+    EXPECT_EQ(out.finish(), "!!!!! ku log, too long log\n");
+}
+
+TEST_F(Log, LongMessageWithoutMemoryGivesAllocFailureLine)
+{
+    const std::string message(300, 'z');
+    AllocControl alloc;
+    CaptureStdout out;
+    CaptureStderr err;
+    alloc.fail(ku_test::kMalloc, 0, -1);
+    ku_err("%s", message.c_str());
+    alloc.allow();
+    EXPECT_EQ(err.finish(), "");
+    EXPECT_EQ(out.finish(), "!!!!! ku log, alloc failed\n");
+}
+
+TEST_F(Log, ShortMessageNeedsNoHeap)
+{
+    const std::string message(256, 'a');
+    AllocControl alloc;
+    CaptureStdout out;
+    CaptureStderr err;
+    alloc.fail(ku_test::kAnyAlloc, 0, -1);
+    ku_err("%s\n", message.c_str());  // 257 with the newline: needs the heap
+    ku_err("%s", message.c_str());
+    alloc.allow();
+    EXPECT_EQ(out.finish(), "!!!!! ku log, alloc failed\n");
+    EXPECT_EQ(err.finish(), "[2026-11-22#23:42:07#5000]ERR:  " + message);
+}
+
+// --- the rate gate --------------------------------------------------------
+// Each test uses slots of its own: the slot table lives for the whole process.
+
+TEST_F(Log, FreshSlotCountsAsStampedAtTickZero)
+{
+    clock.set_ms(499);
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(10, 500, "held\n"); }), "");
+    clock.set_ms(500);
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(10, 500, "passes\n"); }),
+              "[2026-11-22#23:42:07#500]  passes\n");
+}
+
+TEST_F(Log, NowEqualToStampPlusIntervalPasses)
+{
+    clock.set_ms(10000);
+    EXPECT_NE(stderr_of([] { ku_loop_trace(11, 100, "first\n"); }), "");
+    clock.set_ms(10099);
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(11, 100, "too early\n"); }), "");
+    clock.set_ms(10100);
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(11, 100, "on time\n"); }),
+              "[2026-11-22#23:42:07#10100]  on time\n");
+    // The held line did not stamp: 10200 is measured from 10100.
+    clock.set_ms(10199);
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(11, 100, "early\n"); }), "");
+}
+
+TEST_F(Log, ZeroIntervalAlwaysWritesAndStamps)
+{
+    clock.set_ms(20000);
+    EXPECT_NE(stderr_of([] { ku_loop_trace(12, 0, "a\n"); }), "");
+    EXPECT_NE(stderr_of([] { ku_loop_trace(12, 0, "b\n"); }), "");
+    // The stamp of the ungated line holds back a gated one.
+    clock.set_ms(20050);
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(12, 100, "c\n"); }), "");
+}
+
+TEST_F(Log, NegativeIntervalWritesEveryTime)
+{
+    clock.set_ms(30000);
+    const std::string twice = stderr_of([] {
+        ku_loop_trace(13, -1000, "n\n");
+        ku_loop_trace(13, -1000, "n\n");
+    });
+    EXPECT_EQ(twice, "[2026-11-22#23:42:07#30000]  n\n[2026-11-22#23:42:07#30000]  n\n");
+    // ...and it stamped the slot.
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(13, 10, "held\n"); }), "");
+}
+
+TEST_F(Log, SlotsFrom128AreNeverGatedNorStamped)
+{
+    clock.set_ms(100);  // a gated slot-127 line would be held until 1000
+    EXPECT_EQ(stderr_of([] {
+                  ku_loop_trace(128, 1000000, "a\n");
+                  ku_loop_trace(4294967295u, 1000000, "b\n");
+              }),
+              "[2026-11-22#23:42:07#100]  a\n[2026-11-22#23:42:07#100]  b\n");
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(127, 1000, "held\n"); }), "");
+}
+
+TEST_F(Log, Slot0IsSharedWithErrDebugAndTrace)
+{
+    clock.set_ms(40000);
+    stderr_of([] { ku_err("stamp\n"); });
+    clock.set_ms(40999);
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(0, 1000, "held by ku_err\n"); }), "");
+    clock.set_ms(41000);
+    EXPECT_NE(stderr_of([] { ku_loop_trace(0, 1000, "passes\n"); }), "");
+    clock.set_ms(41500);
+    stderr_of([] { ku_debug("stamp\n"); });
+    clock.set_ms(42000);
+    EXPECT_EQ(stderr_of([] { ku_loop_trace(0, 1000, "held by ku_debug\n"); }), "");
+}
+
+TEST_F(Log, FailureLineComesOutEvenWhenTheGateWouldHold)
+{
+    clock.set_ms(50000);
+    stderr_of([] { ku_loop_trace(14, 1000, "stamp\n"); });
+    const std::string message(8200, 'q');
+    CaptureStdout out;
+    ku_loop_trace(14, 1000, "%s", message.c_str());
+    EXPECT_EQ(out.finish(), "!!!!! ku log, too long log\n");
+}
+
+// --- threads --------------------------------------------------------------
+
+TEST(LogThreads, LinesFromSeveralThreadsComeOutWhole)
+{
+    constexpr int kThreads = 8;
+    constexpr int kLines = 200;
+    CaptureStderr err;
+    {
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([t] {
+                const std::string body(600, static_cast<char>('a' + t));  // heap path
+                for (int i = 0; i < kLines; ++i) {
+                    ku_trace("<%d:%d:%s>\n", t, i, body.c_str());
+                }
+            });
+        }
+        for (auto &thread : threads) {
+            thread.join();
+        }
+    }
+    const std::string text = err.finish();
+    const std::regex line(R"(\[\d{4}-\d\d-\d\d#\d\d:\d\d:\d\d#\d+\]  <(\d):(\d+):([a-h])\3{599}>)");
+    size_t start = 0;
+    int count = 0;
+    while (start < text.size()) {
+        const size_t end = text.find('\n', start);
+        ASSERT_NE(end, std::string::npos);
+        ASSERT_TRUE(std::regex_match(text.substr(start, end - start), line))
+            << text.substr(start, 80);
+        ++count;
+        start = end + 1;
+    }
+    EXPECT_EQ(count, kThreads * kLines);
+}
