@@ -42,6 +42,16 @@ TEST(Ticks, ProductsDoNotOverflow32Bits)
     EXPECT_EQ(ku_ns_ticks(), 3000000123456789LL);
 }
 
+TEST(Ticks, LastSecondOf32BitTimeIsWidenedBeforeScaling)
+{
+    FakeClock clock;
+    clock.set_monotonic(2147483647, 999999999);
+    EXPECT_EQ(ku_second_ticks(), 2147483647LL);
+    EXPECT_EQ(ku_ms_ticks(), 2147483648000LL);
+    EXPECT_EQ(ku_us_ticks(), 2147483647999999LL);
+    EXPECT_EQ(ku_ns_ticks(), 2147483647999999999LL);
+}
+
 TEST(Ticks, RealClockIsMonotonic)
 {
     const int64_t first = ku_ns_ticks();
@@ -86,6 +96,35 @@ TEST(Calendar, GmTimeFillsEveryField)
     EXPECT_EQ(tm.tm_yday, 325);
     ASSERT_NE(tm.tm_zone, nullptr);
     EXPECT_STREQ(tm.tm_zone, "GMT");
+}
+
+TEST(Calendar, GmTimeOfLastSecondOf32BitTime)
+{
+    ku_tm tm;
+    const time_t last = 2147483647;
+    ku_gm_time(&last, &tm);
+    EXPECT_EQ(tm.tm_year, 2038);
+    EXPECT_EQ(tm.tm_mon, 1);
+    EXPECT_EQ(tm.tm_mday, 19);
+    EXPECT_EQ(tm.tm_hour, 3);
+    EXPECT_EQ(tm.tm_min, 14);
+    EXPECT_EQ(tm.tm_sec, 7);
+    EXPECT_EQ(tm.tm_wday, 2);  // a Tuesday
+    EXPECT_EQ(tm.tm_yday, 18);
+}
+
+TEST(Calendar, GmTimeBeforeTheEpoch)
+{
+    ku_tm tm;
+    const time_t before = -1;
+    ku_gm_time(&before, &tm);
+    EXPECT_EQ(tm.tm_year, 1969);
+    EXPECT_EQ(tm.tm_mon, 12);
+    EXPECT_EQ(tm.tm_mday, 31);
+    EXPECT_EQ(tm.tm_hour, 23);
+    EXPECT_EQ(tm.tm_min, 59);
+    EXPECT_EQ(tm.tm_sec, 59);
+    EXPECT_EQ(tm.tm_wday, 3);  // a Wednesday
 }
 
 class LocalZone : public ::testing::Test {
@@ -135,6 +174,23 @@ TEST_F(LocalZone, MktimeMonthZeroIsDecemberOfYearBefore)
     tm.tm_mon = 0;
     tm.tm_mday = 1;
     EXPECT_EQ(ku_mktime(tm), 1764547200);  // 2025-12-01 00:00:00 UTC
+}
+
+TEST_F(LocalZone, MktimeAtTheEndOf32BitTime)
+{
+    use_zone("UTC");
+    ku_tm tm{};
+    tm.tm_year = 2038;
+    tm.tm_mon = 1;
+    tm.tm_mday = 19;
+    tm.tm_hour = 3;
+    tm.tm_min = 14;
+    tm.tm_sec = 7;
+    EXPECT_EQ(ku_mktime(tm), 2147483647LL);
+    // One second later a 32-bit time_t has no value: mktime() fails and so
+    // does ku_mktime, with -1 rather than a wrapped negative time.
+    tm.tm_sec = 8;
+    EXPECT_EQ(ku_mktime(tm), sizeof(time_t) == 4 ? -1LL : 2147483648LL);
 }
 
 TEST(LocalTime, ZeroZoneIsUtcRoundedToMultipleOf128)
