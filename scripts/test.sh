@@ -3,6 +3,8 @@
 #   native   Release-with-debug-info build, all tests, benchmarks compiled
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer build, all tests
 #   tsan     ThreadSanitizer build, the concurrency tests
+#   target   cross build for the device (mipsel), all tests under qemu-mipsel;
+#            not in the default set: name it (scripts/test.sh target)
 # Missing packages are installed first (Debian, as root).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,7 +12,9 @@ cd "$(dirname "$0")/.."
 suites=("$@")
 ((${#suites[@]})) || suites=(native asan tsan)
 
-scripts/install-deps.sh
+deps=()
+[[ " ${suites[*]} " == *" target "* ]] && deps=(--target)
+scripts/install-deps.sh "${deps[@]}"
 
 jobs=$(nproc)
 
@@ -31,6 +35,7 @@ for suite in "${suites[@]}"; do
     native) build_and_test build "" -DKU_BUILD_BENCH=ON ;;
     asan)   build_and_test build-asan "" -DKU_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug ;;
     tsan)   build_and_test build-tsan concurrency -DKU_TSAN=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
-    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan)" >&2; exit 2 ;;
+    target) build_and_test build-mipsel "" -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mipsel-linux-gnu.cmake ;;
+    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan, target)" >&2; exit 2 ;;
   esac
 done
