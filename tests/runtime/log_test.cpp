@@ -128,6 +128,7 @@ TEST_F(Log, MessageOf8128IsLostWithFailureLineOnStdout)
 
 TEST_F(Log, LongMessageWithoutMemoryGivesAllocFailureLine)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     const std::string message(300, 'z');
     AllocControl alloc;
     CaptureStdout out;
@@ -141,6 +142,7 @@ TEST_F(Log, LongMessageWithoutMemoryGivesAllocFailureLine)
 
 TEST_F(Log, ShortMessageNeedsNoHeap)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     const std::string message(256, 'a');
     AllocControl alloc;
     CaptureStdout out;
