@@ -4,6 +4,7 @@
 // both give exactly the same results and failures.
 #include "ku/codec.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -115,6 +116,27 @@ static_assert(kHexPairTable[0x80] == kHexInvalid && kHexPairTable[0] == kHexInva
 static_assert(kHexDigitTable['f'] == 15 && kHexDigitTable[':'] == kHexInvalid);
 static_assert(kBase64DecodeTable['='] == kPad && kBase64DecodeTable['/'] == 63);
 
+// Decodes up to `groups` groups of four plain symbols (no padding, no blank)
+// and stops at the first group that is not one. Returns the groups decoded.
+inline size_t decode_plain_groups(const unsigned char *in, size_t groups, unsigned char *out) noexcept
+{
+    size_t done = 0;
+    for (; done < groups; ++done, in += 4, out += 3) {
+        const uint32_t s0 = kBase64DecodeTable[in[0]];
+        const uint32_t s1 = kBase64DecodeTable[in[1]];
+        const uint32_t s2 = kBase64DecodeTable[in[2]];
+        const uint32_t s3 = kBase64DecodeTable[in[3]];
+        if (((s0 | s1 | s2 | s3) & kNotSymbol) != 0) {
+            break;
+        }
+        const uint32_t bits = s0 << 18 | s1 << 12 | s2 << 6 | s3;
+        out[0] = static_cast<unsigned char>(bits >> 16);
+        out[1] = static_cast<unsigned char>(bits >> 8);
+        out[2] = static_cast<unsigned char>(bits);
+    }
+    return done;
+}
+
 // Writes the 1 to 3 bytes of a group of four symbols (padding counts as 0).
 inline void put_group(unsigned char *out, const uint8_t symbols[4], size_t count) noexcept
 {
@@ -208,19 +230,15 @@ KU_API int32_t ku_string_base64_decode(const char *src, void *dst, uint32_t dst_
     size_t filled = 0;
     size_t pos = 0;
     while (pos < length) {
-        if (filled == 0 && length - pos >= 4) {
-            group[0] = kBase64DecodeTable[in[pos]];
-            group[1] = kBase64DecodeTable[in[pos + 1]];
-            group[2] = kBase64DecodeTable[in[pos + 2]];
-            group[3] = kBase64DecodeTable[in[pos + 3]];
-            if (((group[0] | group[1] | group[2] | group[3]) & kNotSymbol) == 0) {
-                if (written + 3 >= limit) {
-                    return -1;
-                }
-                put_group(out + written, group, 3);
-                written += 3;
-                pos += 4;
-                continue;
+        if (filled == 0) {
+            // Whole groups that surely fit leave at least one byte free.
+            const size_t room = written < limit ? (limit - written - 1) / 3 : 0;
+            const size_t groups = decode_plain_groups(in + pos, std::min((length - pos) / 4, room),
+                                                      out + written);
+            pos += 4 * groups;
+            written += 3 * groups;
+            if (pos == length) {
+                break;
             }
         }
         const uint8_t symbol = kBase64DecodeTable[in[pos++]];
