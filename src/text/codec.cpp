@@ -116,6 +116,15 @@ static_assert(kHexPairTable[0x80] == kHexInvalid && kHexPairTable[0] == kHexInva
 static_assert(kHexDigitTable['f'] == 15 && kHexDigitTable[':'] == kHexInvalid);
 static_assert(kBase64DecodeTable['='] == kPad && kBase64DecodeTable['/'] == 63);
 
+// The hex functions clear dst_size bytes first; with a size of 0 the area may
+// be null, which memset must not see.
+inline void clear(void *area, uint32_t size) noexcept
+{
+    if (size != 0) {
+        std::memset(area, 0, size);
+    }
+}
+
 // Decodes up to `groups` groups of four plain symbols (no padding, no blank)
 // and stops at the first group that is not one. Returns the groups decoded.
 inline size_t decode_plain_groups(const unsigned char *in, size_t groups, unsigned char *out) noexcept
@@ -176,7 +185,7 @@ extern "C" {
 KU_API uint32_t ku_hex2ascii(const char *src, void *dst, uint32_t src_len, uint32_t dst_size) noexcept
 {
     auto *out = static_cast<unsigned char *>(dst);
-    std::memset(out, 0, dst_size);
+    clear(out, dst_size);
     const auto *in = reinterpret_cast<const unsigned char *>(src);
     uint32_t decoded = 0;
     // Compared in 64 bits: 2 * decoded must not wrap for a huge src_len.
@@ -194,7 +203,7 @@ KU_API uint32_t ku_hex2ascii(const char *src, void *dst, uint32_t src_len, uint3
 
 KU_API int32_t ku_ascii2hex(const void *src, char *dst, int32_t src_len, uint32_t dst_size) noexcept
 {
-    std::memset(dst, 0, dst_size);
+    clear(dst, dst_size);
     if (src_len < 0) {
         return 0;
     }

@@ -73,7 +73,10 @@ void run(const unsigned char *key, const void *in, size_t len, size_t padded, vo
         return;
     }
     std::memset(source.bytes, 0, padded);
-    std::memcpy(source.bytes, in, len < padded ? len : padded);
+    // An empty plaintext may come as a null pointer, which memcpy must not see.
+    if (len != 0) {
+        std::memcpy(source.bytes, in, len);
+    }
     KeySchedules schedules;
     make_schedules(key, schedules);
     transform(source.bytes, result.bytes, padded / kBlock, schedules, direction);

@@ -89,6 +89,12 @@ TEST(Hex2Ascii, EmptySourceClearsDstAndGivesZero)
     EXPECT_EQ(Bytes(dst, dst + 6), (Bytes{0, 0, 0, 0, 0x55, 0x55}));
 }
 
+TEST(Hex2Ascii, NothingToDoAcceptsNullAreas)
+{
+    EXPECT_EQ(ku_hex2ascii("", nullptr, 0, 0), 0u);
+    EXPECT_EQ(ku_ascii2hex(nullptr, nullptr, 0, 0), 0);
+}
+
 TEST(Hex2Ascii, AcceptsLowerUpperAndMixedCase)
 {
     unsigned char dst[4] = {};
