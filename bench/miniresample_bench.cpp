@@ -40,37 +40,44 @@ void downmix(const int16_t *stereo, int16_t *mono, size_t frames)
     }
 }
 
-void report(benchmark::State &state, size_t frames_per_iteration)
+// One second of input at in_rate, fed block by block to `convert(block)`,
+// which gets a pointer to kBlockFrames interleaved stereo frames.
+template <typename Convert>
+void run_blocks(benchmark::State &state, int32_t in_rate, Convert convert)
 {
-    const auto frames = static_cast<double>(state.iterations()) * static_cast<double>(frames_per_iteration);
+    const size_t frames = static_cast<size_t>(in_rate) / kBlockFrames * kBlockFrames;
+    const std::vector<int16_t> input = stereo_input(frames);
+    for (auto _ : state) {
+        for (size_t start = 0; start < frames; start += kBlockFrames) {
+            convert(&input[2 * start]);
+            benchmark::ClobberMemory();
+        }
+    }
     // Shown as items_per_second: "M/s" there is mega-samples per second.
-    state.SetItemsProcessed(static_cast<int64_t>(frames));
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(frames));
+}
+
+// Output room for one block, with slack for what a converter holds back.
+size_t output_room(int32_t in_rate, int32_t out_rate)
+{
+    return kBlockFrames * static_cast<size_t>(out_rate) / static_cast<size_t>(in_rate) + 16;
 }
 
 void BM_miniresample(benchmark::State &state, int32_t in_rate, int32_t out_rate)
 {
-    const size_t frames = static_cast<size_t>(in_rate);
-    const std::vector<int16_t> input = stereo_input(frames);
-    std::vector<int16_t> output(kBlockFrames * static_cast<size_t>(out_rate) / static_cast<size_t>(in_rate) + 2);
+    std::vector<int16_t> output(output_room(in_rate, out_rate));
     ku_miniresample *resampler = miniresample_init(in_rate, out_rate, 2, 0);
-    for (auto _ : state) {
-        for (size_t start = 0; start + kBlockFrames <= frames; start += kBlockFrames) {
-            int32_t out_size = 0;
-            miniresample_process(resampler, &input[2 * start], static_cast<int32_t>(kBlockFrames * 4),
-                                 output.data(), &out_size);
-            benchmark::DoNotOptimize(output.data());
-            benchmark::ClobberMemory();
-        }
-    }
+    run_blocks(state, in_rate, [&](const int16_t *block) {
+        int32_t out_size = 0;
+        miniresample_process(resampler, block, static_cast<int32_t>(kBlockFrames * 4), output.data(), &out_size);
+        benchmark::DoNotOptimize(output.data());
+    });
     miniresample_deinit(resampler);
-    report(state, frames / kBlockFrames * kBlockFrames);
 }
 
 void BM_src_linear(benchmark::State &state, int32_t in_rate, int32_t out_rate)
 {
-    const size_t frames = static_cast<size_t>(in_rate);
-    const std::vector<int16_t> input = stereo_input(frames);
-    const size_t out_room = kBlockFrames * static_cast<size_t>(out_rate) / static_cast<size_t>(in_rate) + 16;
+    const size_t out_room = output_room(in_rate, out_rate);
     std::vector<int16_t> mono(kBlockFrames);
     std::vector<float> mono_float(kBlockFrames);
     std::vector<float> out_float(out_room);
@@ -79,46 +86,36 @@ void BM_src_linear(benchmark::State &state, int32_t in_rate, int32_t out_rate)
     SRC_STATE *converter = src_new(SRC_LINEAR, 1, &error);
     SRC_DATA data{};
     data.src_ratio = static_cast<double>(out_rate) / static_cast<double>(in_rate);
-    for (auto _ : state) {
-        for (size_t start = 0; start + kBlockFrames <= frames; start += kBlockFrames) {
-            downmix(&input[2 * start], mono.data(), kBlockFrames);
-            src_short_to_float_array(mono.data(), mono_float.data(), static_cast<int>(kBlockFrames));
-            data.data_in = mono_float.data();
-            data.input_frames = static_cast<long>(kBlockFrames);
-            data.data_out = out_float.data();
-            data.output_frames = static_cast<long>(out_room);
-            src_process(converter, &data);
-            src_float_to_short_array(out_float.data(), output.data(), static_cast<int>(data.output_frames_gen));
-            benchmark::DoNotOptimize(output.data());
-            benchmark::ClobberMemory();
-        }
-    }
+    run_blocks(state, in_rate, [&](const int16_t *block) {
+        downmix(block, mono.data(), kBlockFrames);
+        src_short_to_float_array(mono.data(), mono_float.data(), static_cast<int>(kBlockFrames));
+        data.data_in = mono_float.data();
+        data.input_frames = static_cast<long>(kBlockFrames);
+        data.data_out = out_float.data();
+        data.output_frames = static_cast<long>(out_room);
+        src_process(converter, &data);
+        src_float_to_short_array(out_float.data(), output.data(), static_cast<int>(data.output_frames_gen));
+        benchmark::DoNotOptimize(output.data());
+    });
     src_delete(converter);
-    report(state, frames / kBlockFrames * kBlockFrames);
 }
 
 void BM_speex_q0(benchmark::State &state, int32_t in_rate, int32_t out_rate)
 {
-    const size_t frames = static_cast<size_t>(in_rate);
-    const std::vector<int16_t> input = stereo_input(frames);
-    const size_t out_room = kBlockFrames * static_cast<size_t>(out_rate) / static_cast<size_t>(in_rate) + 16;
+    const size_t out_room = output_room(in_rate, out_rate);
     std::vector<int16_t> mono(kBlockFrames);
     std::vector<int16_t> output(out_room);
     int error = 0;
     SpeexResamplerState *resampler = speex_resampler_init(1, static_cast<spx_uint32_t>(in_rate),
                                                           static_cast<spx_uint32_t>(out_rate), 0, &error);
-    for (auto _ : state) {
-        for (size_t start = 0; start + kBlockFrames <= frames; start += kBlockFrames) {
-            downmix(&input[2 * start], mono.data(), kBlockFrames);
-            spx_uint32_t in_length = kBlockFrames;
-            spx_uint32_t out_length = static_cast<spx_uint32_t>(out_room);
-            speex_resampler_process_int(resampler, 0, mono.data(), &in_length, output.data(), &out_length);
-            benchmark::DoNotOptimize(output.data());
-            benchmark::ClobberMemory();
-        }
-    }
+    run_blocks(state, in_rate, [&](const int16_t *block) {
+        downmix(block, mono.data(), kBlockFrames);
+        spx_uint32_t in_length = kBlockFrames;
+        spx_uint32_t out_length = static_cast<spx_uint32_t>(out_room);
+        speex_resampler_process_int(resampler, 0, mono.data(), &in_length, output.data(), &out_length);
+        benchmark::DoNotOptimize(output.data());
+    });
     speex_resampler_destroy(resampler);
-    report(state, frames / kBlockFrames * kBlockFrames);
 }
 
 BENCHMARK_CAPTURE(BM_miniresample, 48000_to_16000, 48000, 16000);

@@ -70,6 +70,22 @@ Samples concat(const Samples &a, const Samples &b)
     return out;
 }
 
+// Feeds `whole` as consecutive blocks, each ending where `block_end(start)`
+// says, and returns everything the stream gave.
+template <typename BlockEnd>
+Samples feed_in_blocks(Stream &stream, const Samples &whole, BlockEnd block_end)
+{
+    Samples got;
+    for (size_t start = 0; start < whole.size();) {
+        const size_t end = block_end(start);
+        const Samples out = stream.feed(Samples(whole.begin() + static_cast<long>(start),
+                                                whole.begin() + static_cast<long>(end)));
+        got.insert(got.end(), out.begin(), out.end());
+        start = end;
+    }
+    return got;
+}
+
 // ---------------------------------------------------------------------------
 // Rates and the fixed-point step
 
@@ -271,21 +287,16 @@ TEST(MiniresampleBlocks, RandomCutsThatNoPositionReachesMatchOneBlock)
     const Samples expected = reference.feed(whole);
     ASSERT_EQ(expected.size(), 10000u);
 
+    std::uniform_int_distribution<size_t> length(1, 2000);
     for (int round = 0; round < 20; ++round) {
         Stream stream(48000, 16000);
-        Samples got;
-        size_t start = 0;
-        std::uniform_int_distribution<size_t> length(1, 2000);
-        while (start < whole.size()) {
+        const Samples got = feed_in_blocks(stream, whole, [&](size_t start) {
             size_t end = std::min(whole.size(), start + length(rng));
             while (end < whole.size() && (end - 1) % 3 == 0) {
                 ++end;
             }
-            const Samples block(whole.begin() + static_cast<long>(start), whole.begin() + static_cast<long>(end));
-            const Samples out = stream.feed(block);
-            got.insert(got.end(), out.begin(), out.end());
-            start = end;
-        }
+            return end;
+        });
         ASSERT_EQ(got, expected) << "round " << round;
     }
 }
@@ -408,16 +419,14 @@ TEST(MiniresamplePassThrough, TwoChannelsGiveHalfTheBytes)
 
 TEST(MiniresamplePassThrough, OddSizedOneChannelBlockGoesThroughWhole)
 {
-    ku_miniresample *stream = miniresample_init(16000, 16000, 1, 0);
-    ASSERT_NE(stream, nullptr);
+    Stream stream(16000, 16000, 1, 0);
     const unsigned char input[5] = {0x11, 0x22, 0x33, 0x44, 0x55};
     alignas(2) unsigned char output[8] = {0, 0, 0, 0, 0, 0xEE, 0xEE, 0xEE};
     int32_t out_size = 0;
-    ASSERT_EQ(miniresample_process(stream, input, 5, output, &out_size), 0);
+    ASSERT_EQ(miniresample_process(stream.state, input, 5, output, &out_size), 0);
     EXPECT_EQ(out_size, 5);
     EXPECT_EQ(std::memcmp(output, input, 5), 0);
     EXPECT_EQ(output[5], 0xEE);
-    miniresample_deinit(stream);
 }
 
 TEST(MiniresamplePassThrough, AnyBlockSizesGiveTheSameStream)
@@ -429,15 +438,10 @@ TEST(MiniresamplePassThrough, AnyBlockSizesGiveTheSameStream)
     ASSERT_EQ(expected.size(), 50000u);
 
     Stream stream(48000, 48000, 2, 0);
-    Samples got;
     std::uniform_int_distribution<size_t> frames(1, 3000);
-    for (size_t start = 0; start < whole.size();) {
-        const size_t end = std::min(whole.size(), start + 2 * frames(rng));
-        const Samples out = stream.feed(Samples(whole.begin() + static_cast<long>(start),
-                                                whole.begin() + static_cast<long>(end)));
-        got.insert(got.end(), out.begin(), out.end());
-        start = end;
-    }
+    const Samples got = feed_in_blocks(stream, whole, [&](size_t start) {
+        return std::min(whole.size(), start + 2 * frames(rng));
+    });
     EXPECT_EQ(got, expected);
 }
 
