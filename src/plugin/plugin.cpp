@@ -3,6 +3,7 @@
 // Messages go straight to stdout/stderr with fprintf, never through the log.
 #include "ku/plugin.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,12 @@
 #include <unistd.h>
 
 namespace {
+
+// Callers read the record directly: three words, in this order.
+static_assert(offsetof(ku_plugin, reserved) == 0);
+static_assert(offsetof(ku_plugin, handle) == sizeof(void *));
+static_assert(offsetof(ku_plugin, ops) == 2 * sizeof(void *));
+static_assert(sizeof(ku_plugin) == 3 * sizeof(void *));
 
 constexpr const char *kCreate = "ku_plugin_create";
 constexpr const char *kLoad = "ku_load_module";
