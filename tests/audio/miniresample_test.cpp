@@ -450,6 +450,7 @@ TEST(MiniresamplePassThrough, AnyBlockSizesGiveTheSameStream)
 
 TEST(MiniresampleMemory, EqualBlocksAllocateOnlyOnTheFirstCall)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     Stream stream(44100, 48000, 2, 0);
     std::mt19937 rng(31);
     const Samples block = random_samples(rng, 2 * 1024);
@@ -468,6 +469,7 @@ TEST(MiniresampleMemory, EqualBlocksAllocateOnlyOnTheFirstCall)
 
 TEST(MiniresampleMemory, ScratchFollowsTheRawSizeAndNeverShrinks)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     Stream stream(48000, 16000, 2, 0);
     const Samples big(2 * 1002, 1);
     Samples out(2000);
@@ -486,6 +488,7 @@ TEST(MiniresampleMemory, ScratchFollowsTheRawSizeAndNeverShrinks)
 
 TEST(MiniresampleMemory, FailedInitAllocationGivesNull)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     ku_test::AllocControl alloc;
     alloc.fail(ku_test::kAnyAlloc);
     EXPECT_EQ(miniresample_init(44100, 48000, 2, 0), nullptr);
@@ -493,6 +496,7 @@ TEST(MiniresampleMemory, FailedInitAllocationGivesNull)
 
 TEST(MiniresampleMemory, FailedScratchAllocationIsReportedAndRecoverable)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     Stream failing(1, 4);
     Stream reference(1, 4);
     Samples out(64, 0);

@@ -279,6 +279,7 @@ TEST(PluginFailure, MissingOpsSymbolIsRefused)
 
 TEST(PluginFailure, RecordAllocationFailureComesAfterTheOpenLine)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     const std::string file = plugin_file("kutest_good");
     ku_test::CaptureStdout out;
     ku_test::CaptureStderr err;
