@@ -1,0 +1,85 @@
+// Pieces shared by the blocking and the cancellable HTTPS request: the count
+// of running requests, the URL and header-list set-up, the libcurl callbacks
+// and the filling of the response record. Never installed.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <cstdio>
+
+#include "ku/https.h"
+#include "ku/membuffer.h"
+
+namespace ku_https {
+
+inline constexpr const char *kCaBundle = "/etc/ssl/certs/ca-certificates.crt";
+inline constexpr const char *kUserAgent = "libcurl-agent/1.0";
+inline constexpr long kConnectTimeout = 30;
+inline constexpr long kDnsCacheTimeout = 3600;
+inline constexpr const char *kCreateFailed = "%s create %s failed\n";
+
+// Counts this request among the running ones; the first initialises libcurl.
+void curl_users_enter() noexcept;
+// Ends this request's count; the last one cleans libcurl up.
+void curl_users_leave() noexcept;
+
+// The URL handed to libcurl: `url` itself when it names http or https, else
+// a heap copy with "https://" in front (or `url` when that copy fails).
+struct ChosenUrl {
+    const char *text = nullptr;
+    char *built = nullptr;
+    explicit ChosenUrl(const char *url) noexcept;
+    ~ChosenUrl() { release(); }
+    ChosenUrl(const ChosenUrl &) = delete;
+    ChosenUrl &operator=(const ChosenUrl &) = delete;
+    void release() noexcept;
+};
+
+// Request headers cut out of the caller's string at every CR and LF (empty
+// pieces included). `complete` is false when libcurl could not take a piece.
+struct HeaderList {
+    curl_slist *list = nullptr;
+    bool complete = true;
+    explicit HeaderList(char *headers) noexcept;
+    ~HeaderList() { release(); }
+    HeaderList(const HeaderList &) = delete;
+    HeaderList &operator=(const HeaderList &) = delete;
+    void release() noexcept;
+};
+
+// Response headers and body collected in memory.
+struct Collected {
+    membuffer header;
+    membuffer body;
+    Collected() noexcept;
+    ~Collected();
+    Collected(const Collected &) = delete;
+    Collected &operator=(const Collected &) = delete;
+    // Drops what a failed attempt delivered.
+    void clear() noexcept;
+};
+
+// The record for what has arrived: header and body are taken over from
+// `collected`, or with a save file body_length is its position. Null when
+// the record cannot be allocated.
+HttpsResponse *make_response(Collected &collected, FILE *save_file) noexcept;
+
+// Closes a save file on every path out of a request.
+struct SaveFile {
+    FILE *file = nullptr;
+    ~SaveFile()
+    {
+        if (file != nullptr) {
+            fclose(file);
+        }
+    }
+};
+
+// The libcurl callbacks; C linkage types so that libcurl can call them.
+size_t HttpsHeaderCallback(char *data, size_t size, size_t nmemb, void *user) noexcept;
+size_t HttpsBodyCallback(char *data, size_t size, size_t nmemb, void *user) noexcept;
+int HttpsTraceCallback(CURL *handle, curl_infotype type, char *data, size_t size,
+                       void *user) noexcept;
+
+}  // namespace ku_https
