@@ -65,15 +65,18 @@ struct Collected {
 // the record cannot be allocated.
 HttpsResponse *make_response(Collected &collected, FILE *save_file) noexcept;
 
-// Closes a save file on every path out of a request.
+// The file that receives a body, closed on every path out of a request.
 struct SaveFile {
     FILE *file = nullptr;
-    ~SaveFile()
-    {
-        if (file != nullptr) {
-            fclose(file);
-        }
-    }
+    char *buffer = nullptr;
+    SaveFile() = default;
+    ~SaveFile() { close(); }
+    SaveFile(const SaveFile &) = delete;
+    SaveFile &operator=(const SaveFile &) = delete;
+    // Creates or truncates `path` (mode "w+"); on failure writes
+    // "<who> create <path> failed" to stderr and gives false.
+    bool open(const char *path, const char *who) noexcept;
+    void close() noexcept;
 };
 
 // The libcurl callbacks; C linkage types so that libcurl can call them.

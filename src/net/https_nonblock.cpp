@@ -114,9 +114,7 @@ KU_API HttpsResponse *HttpsRequestNonBlock(const char *url, char *headers, const
 
     SaveFile save;
     if (save_path != nullptr) {
-        save.file = fopen64(save_path, "w+");
-        if (save.file == nullptr) {
-            fprintf(stderr, kCreateFailed, kName, save_path);
+        if (!save.open(save_path, kName)) {
             return nullptr;
         }
         option->file = save.file;
@@ -186,10 +184,7 @@ KU_API HttpsResponse *HttpsRequestNonBlock(const char *url, char *headers, const
         header_list.release();
         curl_easy_cleanup(curl);
     }
-    if (save.file != nullptr) {
-        fclose(save.file);
-        save.file = nullptr;
-    }
+    save.close();
     if (multi != nullptr) {
         curl_multi_cleanup(multi);
     }
