@@ -53,7 +53,7 @@ Ending run_transfer(CURLM *multi, int (*cancel_test)(void *), void *cancel_arg,
 {
     for (;;) {
         int max_fd = -99;
-        long wait_ms = static_cast<long>(time_limit) * 1000;
+        long wait_ms = static_cast<long>(static_cast<int64_t>(time_limit) * 1000);
         int running = 0;
 
         if (cancel_test != nullptr && cancel_test(cancel_arg) != 0) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -24,6 +25,7 @@
 #include "support/alloc_control.h"
 #include "support/capture.h"
 #include "support/curl_spy.h"
+#include "support/fake_clock.h"
 #include "support/nginx_server.h"
 #include "support/private_namespaces.h"
 #include "support/script_server.h"
@@ -244,9 +246,13 @@ TEST(HttpsRequest, UncreatableSaveFileFailsBeforeLibcurl)
 
 TEST(HttpsRequest, FreeResponseAcceptsNullAndEmptyRecords)
 {
-    HttpsFreeResponse(nullptr);
-    auto *empty = static_cast<HttpsResponse *>(calloc(1, sizeof(HttpsResponse)));
-    HttpsFreeResponse(empty);
+    EXPECT_EXIT(
+        {
+            HttpsFreeResponse(nullptr);
+            HttpsFreeResponse(static_cast<HttpsResponse *>(calloc(1, sizeof(HttpsResponse))));
+            _exit(0);  // no exit handlers: the shared servers belong to the parent
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 // ---------------------------------------------------------------------------
@@ -940,6 +946,46 @@ TEST(HttpsNonBlock, TimeLimitEndsWithPartialDataAndALogLine)
     EXPECT_GT(response->body_length, 0u);
     EXPECT_LT(response->body_length, 100000u);
     EXPECT_EQ(ku_test::read_file(path), std::string(response->body_length, 'x'));
+}
+
+TEST(HttpsNonBlock, TimeLimitCountsWholeSecondsOfTheMonotonicClock)
+{
+    // A body byte every 20 ms keeps the passes short; the server sleeps with
+    // nanosleep, which the fake clock leaves alone.
+    ScriptServer server([](ScriptConnection &connection) {
+        if (!connection.read_request() ||
+            !connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n")) {
+            return;
+        }
+        while (!connection.stopping() && connection.send("x")) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    ku_test::FakeClock clock;
+    clock.set_ms(100900);  // second 100, nearly 101
+    struct Passes {
+        ku_test::FakeClock *clock;
+        int64_t ms = 100900;
+        int count = 0;
+    } passes{&clock};
+    HttpsOption option{};
+    option.time_limit = 3;
+    option.cancel_arg = &passes;
+    // Each pass moves the clock on by 0.7 seconds: 101.6, 102.3, 103.0, ...
+    option.cancel_test = [](void *arg) {
+        auto *state = static_cast<Passes *>(arg);
+        ++state->count;
+        state->ms += 700;
+        state->clock->set_ms(state->ms);
+        return 0;
+    };
+    CaptureStderr err;
+    const Response response = request_nonblock(server.url("/"), &option);
+    ASSERT_NE(response, nullptr);
+    EXPECT_THAT(err.finish(), HasSubstr("ERR:  download timeout after 3 seconds\n"));
+    // The passes end when the clock reads second 103, after the third pass,
+    // although only 2.1 seconds separate 100.9 from 103.0.
+    EXPECT_EQ(passes.count, 3);
 }
 
 TEST(HttpsNonBlock, ZeroTimeLimitEndsAfterTheFirstWait)

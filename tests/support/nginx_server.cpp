@@ -21,10 +21,11 @@ namespace {
 
 constexpr const char *kNginx = "/usr/sbin/nginx";
 constexpr int kStartMs = 5000;
+constexpr int kStartAttempts = 3;
 
 }  // namespace
 
-bool wait_for_port(int port, int timeout_ms)
+bool wait_for_port(int port, int timeout_ms, pid_t server)
 {
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
     do {
@@ -38,6 +39,12 @@ bool wait_for_port(int port, int timeout_ms)
         close(fd);
         if (connected) {
             return true;
+        }
+        siginfo_t info{};
+        if (server > 0 &&
+            waitid(P_PID, static_cast<id_t>(server), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+            info.si_pid == server) {
+            return false;  // exited; left for the caller to reap
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     } while (std::chrono::steady_clock::now() < until);
@@ -54,8 +61,18 @@ NginxServer::NginxServer(const std::string &work_dir, const std::string &root,
     const std::string prefix = work_dir + "/nginx";
     mkdir(prefix.c_str(), 0700);
     mkdir((prefix + "/tmp").c_str(), 0700);
+    // A port found free can be taken by someone else before nginx binds it;
+    // then nginx exits and the next try picks other ports.
+    for (int attempt = 0; attempt < kStartAttempts && pid_ <= 0; ++attempt) {
+        start(prefix, root, tls);
+    }
+}
 
+void NginxServer::start(const std::string &prefix, const std::string &root,
+                        const std::vector<TlsIdentity> &tls)
+{
     http_port_ = free_loopback_port();
+    https_ports_.clear();
     std::ostringstream conf;
     // One process, no daemon: the test owns it and stops it by its pid. All
     // paths point into the prefix so nothing outside it is written.
@@ -90,17 +107,17 @@ NginxServer::NginxServer(const std::string &work_dir, const std::string &root,
         error_ = "fork failed";
         return;
     }
-    pid_ = child;
-    bool ready = wait_for_port(http_port_, kStartMs);
+    bool ready = wait_for_port(http_port_, kStartMs, child);
     for (int port : https_ports_) {
-        ready = ready && wait_for_port(port, kStartMs);
+        ready = ready && wait_for_port(port, kStartMs, child);
     }
     if (!ready) {
         error_ = "nginx did not start: " + read_file(error_log);
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-        pid_ = -1;
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        return;
     }
+    pid_ = child;
 }
 
 NginxServer::~NginxServer()

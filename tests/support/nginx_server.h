@@ -36,13 +36,17 @@ public:
     int https_port(size_t index) const { return https_ports_.at(index); }
 
 private:
+    void start(const std::string &prefix, const std::string &root,
+               const std::vector<TlsIdentity> &tls);
+
     pid_t pid_ = -1;
     int http_port_ = 0;
     std::vector<int> https_ports_;
     std::string error_;
 };
 
-// True when a TCP connection to 127.0.0.1:port is accepted within timeout_ms.
-bool wait_for_port(int port, int timeout_ms);
+// True when a TCP connection to 127.0.0.1:port is accepted within
+// timeout_ms; false early when the child `server` (if given) has exited.
+bool wait_for_port(int port, int timeout_ms, pid_t server = -1);
 
 }  // namespace ku_test
