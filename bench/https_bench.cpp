@@ -114,7 +114,10 @@ void check(benchmark::State &state, HttpsResponse *response, long bytes)
     }
 }
 
-void BM_HttpsRequest_ToFile(benchmark::State &state)
+// Downloads the file of state.range(0) MiB with `download(url, path)` in
+// every iteration and checks the record's length.
+template <typename Download>
+void download_to_file(benchmark::State &state, Download download)
 {
     if (!site_ready(state)) {
         return;
@@ -123,32 +126,30 @@ void BM_HttpsRequest_ToFile(benchmark::State &state)
     const std::string url = site().url(state.range(0));
     const std::string path = site().save_path();
     for (auto _ : state) {
-        HttpsResponse *response = HttpsRequest(url.c_str(), nullptr, nullptr, path.c_str(), 120);
+        HttpsResponse *response = download(url.c_str(), path.c_str(), bytes);
         check(state, response, bytes);
         HttpsFreeResponse(response);
     }
     state.SetBytesProcessed(state.iterations() * bytes);
 }
 
+void BM_HttpsRequest_ToFile(benchmark::State &state)
+{
+    download_to_file(state, [](const char *url, const char *path, long) {
+        return HttpsRequest(url, nullptr, nullptr, path, 120);
+    });
+}
+
 void BM_HttpsRequestNonBlock_ToFile(benchmark::State &state)
 {
-    if (!site_ready(state)) {
-        return;
-    }
-    const long bytes = state.range(0) * kMiB;
-    const std::string url = site().url(state.range(0));
-    const std::string path = site().save_path();
-    for (auto _ : state) {
+    download_to_file(state, [](const char *url, const char *path, long bytes) {
         HttpsOption option{};
-        option.save_path = path.c_str();
+        option.save_path = path;
         option.time_limit = 120;
         option.total_size = static_cast<uint32_t>(bytes);
         option.progress = [](uintptr_t, uintptr_t, int percent) { return percent; };
-        HttpsResponse *response = HttpsRequestNonBlock(url.c_str(), nullptr, nullptr, &option);
-        check(state, response, bytes);
-        HttpsFreeResponse(response);
-    }
-    state.SetBytesProcessed(state.iterations() * bytes);
+        return HttpsRequestNonBlock(url, nullptr, nullptr, &option);
+    });
 }
 
 // The peer: the curl command-line tool, started afresh for every download as

@@ -16,6 +16,11 @@
 namespace ku_https {
 namespace {
 
+constexpr const char *kCaBundle = "/etc/ssl/certs/ca-certificates.crt";
+constexpr const char *kUserAgent = "libcurl-agent/1.0";
+constexpr const char *kCreateFailed = "%s create %s failed\n";
+constexpr long kConnectTimeout = 30;
+constexpr long kDnsCacheTimeout = 3600;
 constexpr int kDefaultTimeout = 15;
 constexpr int kAttempts = 3;
 constexpr long kMaxConnects = 10;
@@ -206,6 +211,38 @@ HttpsResponse *make_response(Collected &collected, FILE *save_file) noexcept
     return response;
 }
 
+void set_peer_options(CURL *curl) noexcept
+{
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(curl, CURLOPT_CAINFO, kCaBundle);
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
+    curl_easy_setopt(curl, CURLOPT_DNS_CACHE_TIMEOUT, kDnsCacheTimeout);
+    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, kConnectTimeout);
+}
+
+void set_transfer_options(CURL *curl, unsigned char *trace_text, curl_write_callback write,
+                          void *write_data, membuffer *header, const HeaderList *headers,
+                          const char *post) noexcept
+{
+    curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, HttpsTraceCallback);
+    curl_easy_setopt(curl, CURLOPT_DEBUGDATA, trace_text);
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, write);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, write_data);
+    curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, HttpsHeaderCallback);
+    curl_easy_setopt(curl, CURLOPT_HEADERDATA, header);
+    curl_easy_setopt(curl, CURLOPT_USERAGENT, kUserAgent);
+    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(curl, CURLOPT_VERBOSE, 0L);
+    if (headers != nullptr) {
+        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers->list);
+    }
+    if (post != nullptr) {
+        curl_easy_setopt(curl, CURLOPT_POST, 1L);
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDS, post);
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(strlen(post)));
+    }
+}
+
 size_t HttpsHeaderCallback(char *data, size_t size, size_t nmemb, void *user) noexcept
 {
     const size_t bytes = size * nmemb;
@@ -294,36 +331,20 @@ KU_API HttpsResponse *HttpsRequest(const char *url, char *headers, const char *p
         curl_easy_setopt(curl, CURLOPT_URL, chosen.text);
         chosen.release();
         curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-        curl_easy_setopt(curl, CURLOPT_CAINFO, kCaBundle);
-        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
-        curl_easy_setopt(curl, CURLOPT_DNS_CACHE_TIMEOUT, kDnsCacheTimeout);
-        curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, kConnectTimeout);
+        set_peer_options(curl);
         curl_easy_setopt(curl, CURLOPT_MAXCONNECTS, kMaxConnects);
         curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(timeout));
         curl_easy_setopt(curl, CURLOPT_SERVER_RESPONSE_TIMEOUT, kServerResponseTimeout);
-        curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, HttpsTraceCallback);
-        curl_easy_setopt(curl, CURLOPT_DEBUGDATA, &trace_text);
-        if (save.file != nullptr) {
-            curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, fwrite);
-            curl_easy_setopt(curl, CURLOPT_WRITEDATA, save.file);
-        } else {
-            curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, HttpsBodyCallback);
-            curl_easy_setopt(curl, CURLOPT_WRITEDATA, &collected.body);
-        }
-        curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, HttpsHeaderCallback);
-        curl_easy_setopt(curl, CURLOPT_HEADERDATA, &collected.header);
-        curl_easy_setopt(curl, CURLOPT_USERAGENT, kUserAgent);
-        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(curl, CURLOPT_VERBOSE, 0L);
         HeaderList header_list(headers);
-        if (headers != nullptr) {
-            curl_easy_setopt(curl, CURLOPT_HTTPHEADER, header_list.list);
-        }
-        if (post != nullptr) {
-            curl_easy_setopt(curl, CURLOPT_POST, 1L);
-            curl_easy_setopt(curl, CURLOPT_POSTFIELDS, post);
-            curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(strlen(post)));
+        if (save.file != nullptr) {
+            // libcurl calls fwrite itself with the save file as its stream.
+            set_transfer_options(curl, &trace_text, reinterpret_cast<curl_write_callback>(&fwrite),
+                                 save.file, &collected.header,
+                                 headers != nullptr ? &header_list : nullptr, post);
+        } else {
+            set_transfer_options(curl, &trace_text, HttpsBodyCallback, &collected.body,
+                                 &collected.header, headers != nullptr ? &header_list : nullptr,
+                                 post);
         }
 
         // A request whose headers could not all be listed is not sent with

@@ -13,12 +13,6 @@
 
 namespace ku_https {
 
-inline constexpr const char *kCaBundle = "/etc/ssl/certs/ca-certificates.crt";
-inline constexpr const char *kUserAgent = "libcurl-agent/1.0";
-inline constexpr long kConnectTimeout = 30;
-inline constexpr long kDnsCacheTimeout = 3600;
-inline constexpr const char *kCreateFailed = "%s create %s failed\n";
-
 // Counts this request among the running ones; the first initialises libcurl.
 void curl_users_enter() noexcept;
 // Ends this request's count; the last one cleans libcurl up.
@@ -79,7 +73,20 @@ struct SaveFile {
     void close() noexcept;
 };
 
-// The libcurl callbacks; C linkage types so that libcurl can call them.
+// The options that follow the URL and HTTP version in both requests, in
+// their order: peer verification against the bundle, DNS cache, connect
+// time-out.
+void set_peer_options(CURL *curl) noexcept;
+
+// The closing options of both requests, in their order: the silent trace,
+// the body's writer, the header collector, user agent, no signals, no
+// verbose output, then the header list (when `headers` is not null) and the
+// POST body (when `post` is not null).
+void set_transfer_options(CURL *curl, unsigned char *trace_text, curl_write_callback write,
+                          void *write_data, membuffer *header, const HeaderList *headers,
+                          const char *post) noexcept;
+
+// The libcurl callbacks.
 size_t HttpsHeaderCallback(char *data, size_t size, size_t nmemb, void *user) noexcept;
 size_t HttpsBodyCallback(char *data, size_t size, size_t nmemb, void *user) noexcept;
 int HttpsTraceCallback(CURL *handle, curl_infotype type, char *data, size_t size,

@@ -4,7 +4,6 @@
 #include <sys/select.h>
 
 #include <cstdint>
-#include <cstring>
 
 #include "ku/clock.h"
 #include "ku/log.h"
@@ -137,33 +136,15 @@ KU_API HttpsResponse *HttpsRequestNonBlock(const char *url, char *headers, const
         curl_easy_setopt(curl, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
         curl_easy_setopt(curl, CURLOPT_URL, chosen.text);
         chosen.release();
-        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-        curl_easy_setopt(curl, CURLOPT_CAINFO, kCaBundle);
-        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
-        curl_easy_setopt(curl, CURLOPT_DNS_CACHE_TIMEOUT, kDnsCacheTimeout);
-        curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, kConnectTimeout);
-        curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, HttpsTraceCallback);
-        curl_easy_setopt(curl, CURLOPT_DEBUGDATA, &trace_text);
-        if (save.file != nullptr) {
-            curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, HttpsFileCallback);
-            curl_easy_setopt(curl, CURLOPT_WRITEDATA, option);
-        } else {
-            curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, HttpsBodyCallback);
-            curl_easy_setopt(curl, CURLOPT_WRITEDATA, &collected.body);
-        }
-        curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, HttpsHeaderCallback);
-        curl_easy_setopt(curl, CURLOPT_HEADERDATA, &collected.header);
-        curl_easy_setopt(curl, CURLOPT_USERAGENT, kUserAgent);
-        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(curl, CURLOPT_VERBOSE, 0L);
+        set_peer_options(curl);
         HeaderList header_list(headers);
-        if (headers != nullptr) {
-            curl_easy_setopt(curl, CURLOPT_HTTPHEADER, header_list.list);
-        }
-        if (post != nullptr) {
-            curl_easy_setopt(curl, CURLOPT_POST, 1L);
-            curl_easy_setopt(curl, CURLOPT_POSTFIELDS, post);
-            curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(strlen(post)));
+        const HeaderList *listed = headers != nullptr ? &header_list : nullptr;
+        if (save.file != nullptr) {
+            set_transfer_options(curl, &trace_text, HttpsFileCallback, option, &collected.header,
+                                 listed, post);
+        } else {
+            set_transfer_options(curl, &trace_text, HttpsBodyCallback, &collected.body,
+                                 &collected.header, listed, post);
         }
 
         // Headers that could not all be listed fail the set-up: the request
