@@ -336,15 +336,14 @@ KU_API HttpsResponse *HttpsRequest(const char *url, char *headers, const char *p
         curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(timeout));
         curl_easy_setopt(curl, CURLOPT_SERVER_RESPONSE_TIMEOUT, kServerResponseTimeout);
         HeaderList header_list(headers);
+        const HeaderList *listed = headers != nullptr ? &header_list : nullptr;
         if (save.file != nullptr) {
             // libcurl calls fwrite itself with the save file as its stream.
             set_transfer_options(curl, &trace_text, reinterpret_cast<curl_write_callback>(&fwrite),
-                                 save.file, &collected.header,
-                                 headers != nullptr ? &header_list : nullptr, post);
+                                 save.file, &collected.header, listed, post);
         } else {
             set_transfer_options(curl, &trace_text, HttpsBodyCallback, &collected.body,
-                                 &collected.header, headers != nullptr ? &header_list : nullptr,
-                                 post);
+                                 &collected.header, listed, post);
         }
 
         // A request whose headers could not all be listed is not sent with
