@@ -220,7 +220,7 @@ TEST_F(Ini, FailedWriteOfTheTemporaryFileNeverReplacesTheOriginal)
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
             mount("tmpfs", mount_point.c_str(), "tmpfs", 0, "size=16k") != 0) {
             _exit(77);
         }
