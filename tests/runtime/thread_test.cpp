@@ -6,16 +6,17 @@
 #include <sched.h>
 #include <string>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 #include "support/alloc_control.h"
 #include "support/capture.h"
+#include "support/child_process.h"
 
 namespace {
 
 using ku_test::CaptureStderr;
+using ku_test::run_in_child;
 
 // Sets the process-wide default thread stack size for the life of the object.
 class DefaultStack {
@@ -178,19 +179,6 @@ TEST(ThreadDetach, HandleDetachesThatThread)
     EXPECT_EQ(state, PTHREAD_CREATE_DETACHED);
 }
 
-// Runs `body` in a child process and gives its exit status (or -1).
-template <typename Body>
-int in_child(Body body)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(body());
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 int current_policy()
 {
     int policy = -1;
@@ -201,58 +189,64 @@ int current_policy()
 
 TEST(ThreadPriority, WithoutRealTimeRightsGivesZeroAndKeepsPolicy)
 {
-    // Exit codes: 0 fine, 2 wrong result, 3 policy changed, 4 could not drop rights.
-    const int outcome = in_child([] {
+    EXPECT_EQ(run_in_child([]() -> std::string {
         const rlimit none{0, 0};
         if (setrlimit(RLIMIT_RTPRIO, &none) != 0) {
-            return 4;
+            return "cannot drop RLIMIT_RTPRIO";
         }
         if (geteuid() == 0 && setuid(65534) != 0) {
-            return 4;
+            return "cannot drop root";
         }
         const int before = current_policy();
-        if (ku_set_thread_priority(10) != 0) {
-            return 2;
+        const int result = ku_set_thread_priority(10);
+        if (result != 0) {
+            return "result " + std::to_string(result);
         }
-        return current_policy() == before && before != SCHED_FIFO ? 0 : 3;
-    });
-    EXPECT_EQ(outcome, 0);
+        if (before == SCHED_FIFO || current_policy() != before) {
+            return "policy changed to " + std::to_string(current_policy());
+        }
+        return "";
+    }),
+              "");
 }
 
 TEST(ThreadPriority, PriorityOutsideTheRangeIsPassedOnAndStillGivesZero)
 {
-    const int outcome = in_child([] {
+    EXPECT_EQ(run_in_child([]() -> std::string {
         const int before = current_policy();
-        if (ku_set_thread_priority(1000) != 0) {
-            return 2;
+        const int result = ku_set_thread_priority(1000);
+        if (result != 0) {
+            return "result " + std::to_string(result);
         }
-        return current_policy() == before ? 0 : 3;
-    });
-    EXPECT_EQ(outcome, 0);
+        return current_policy() == before ? "" : "policy changed";
+    }),
+              "");
 }
 
 TEST(ThreadPriority, WithRightsMovesCallingThreadToFifo)
 {
-    const int outcome = in_child([] {
+    const std::string outcome = run_in_child([]() -> std::string {
         sched_param probe{};
         probe.sched_priority = 1;
         if (sched_setscheduler(0, SCHED_FIFO, &probe) != 0) {
-            return 5;  // no real-time rights here
+            return "no rights";
         }
         sched_param normal{};
         sched_setscheduler(0, SCHED_OTHER, &normal);
-        if (ku_set_thread_priority(7) != 0) {
-            return 2;
-        }
+        const int result = ku_set_thread_priority(7);
         int policy = -1;
         sched_param param{};
         pthread_getschedparam(pthread_self(), &policy, &param);
-        return policy == SCHED_FIFO && param.sched_priority == 7 ? 0 : 3;
+        if (result != 0 || policy != SCHED_FIFO || param.sched_priority != 7) {
+            return "result " + std::to_string(result) + ", policy " + std::to_string(policy) +
+                   ", priority " + std::to_string(param.sched_priority);
+        }
+        return "";
     });
-    if (outcome == 5) {
+    if (outcome == "no rights") {
         GTEST_SKIP() << "this process may not use SCHED_FIFO";
     }
-    EXPECT_EQ(outcome, 0);
+    EXPECT_EQ(outcome, "");
 }
 
 TEST(RecursiveLock, HolderMayEnterAgainAndOthersWaitForTheLastLeave)
