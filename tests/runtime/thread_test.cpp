@@ -159,15 +159,16 @@ TEST(ThreadDetach, ZeroDetachesTheCallingThread)
 
 TEST(ThreadDetach, HandleDetachesThatThread)
 {
-    std::atomic<bool> release{false};
+    // Static: the detached thread may still look at it after the test ends.
+    static std::atomic<bool> release{false};
     const pthread_t thread = ku_thread_create(
-        [](void *flag) -> void * {
-            while (!static_cast<std::atomic<bool> *>(flag)->load()) {
+        [](void *) -> void * {
+            while (!release.load()) {
                 usleep(1000);
             }
             return nullptr;
         },
-        &release);
+        nullptr);
     ASSERT_NE(thread, 0u);
     EXPECT_EQ(ku_thread_detach(thread), 0);
     pthread_attr_t attr;
