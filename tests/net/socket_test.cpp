@@ -74,6 +74,22 @@ bool ends_with(const std::string &text, const std::string &tail)
     return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
+bool is_socket_file(const std::string &path)
+{
+    struct stat info{};
+    return stat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode);
+}
+
+// Sends `message` to `path` and reads it back from the bound socket `fd`.
+void expect_delivered(int fd, const std::string &path, const std::string &message)
+{
+    EXPECT_EQ(ku_sock_local_send(path.c_str(), message.data(), message.size()),
+              static_cast<int>(message.size()));
+    char text[64] = {};
+    EXPECT_EQ(recv(fd, text, sizeof text, 0), static_cast<ssize_t>(message.size()));
+    EXPECT_EQ(std::string(text), message);
+}
+
 // A listener on 127.0.0.1 with backlog 1 whose accept queue has been filled
 // until a connection attempt stayed unanswered: its SYNs are now dropped.
 class FullListener {
@@ -304,11 +320,8 @@ TEST(LocalSocket, DatagramRoundTripOnBlockingDescriptor)
     EXPECT_FALSE(has_cloexec(fd));
 
     const int before = open_fd_count();
-    EXPECT_EQ(ku_sock_local_send(path.c_str(), "hello", 5), 5);
+    expect_delivered(fd, path, "hello");
     EXPECT_EQ(open_fd_count(), before);
-    char text[16] = {};
-    EXPECT_EQ(recv(fd, text, sizeof text, 0), 5);
-    EXPECT_STREQ(text, "hello");
     close(fd);
 }
 
@@ -321,7 +334,7 @@ TEST(LocalSocket, StaleSocketFileFromEarlierRunIsReplaced)
     close(first);
     const int second = ku_sock_local_create(path.c_str());
     ASSERT_GE(second, 0);
-    EXPECT_EQ(ku_sock_local_send(path.c_str(), "x", 1), 1);
+    expect_delivered(second, path, "x");
     close(second);
 }
 
@@ -333,12 +346,8 @@ TEST(LocalSocket, PathOf107BytesIsUsedWhole)
     ASSERT_EQ(path.size(), 107u);
     const int fd = ku_sock_local_create(path.c_str());
     ASSERT_GE(fd, 0);
-    struct stat info{};
-    ASSERT_EQ(stat(path.c_str(), &info), 0);
-    EXPECT_TRUE(S_ISSOCK(info.st_mode));
-    EXPECT_EQ(ku_sock_local_send(path.c_str(), "abc", 3), 3);
-    char text[4] = {};
-    EXPECT_EQ(recv(fd, text, sizeof text, 0), 3);
+    EXPECT_TRUE(is_socket_file(path));
+    expect_delivered(fd, path, "abc");
     close(fd);
 }
 
@@ -354,12 +363,8 @@ TEST(LocalSocket, LongerPathIsCutForAddressButUnlinkedWhole)
     const int fd = ku_sock_local_create(path.c_str());
     ASSERT_GE(fd, 0);
     EXPECT_NE(access(path.c_str(), F_OK), 0) << "the whole path was not unlinked";
-    struct stat info{};
-    ASSERT_EQ(stat(cut.c_str(), &info), 0);
-    EXPECT_TRUE(S_ISSOCK(info.st_mode));
-    EXPECT_EQ(ku_sock_local_send(path.c_str(), "long", 4), 4);
-    char text[8] = {};
-    EXPECT_EQ(recv(fd, text, sizeof text, 0), 4);
+    EXPECT_TRUE(is_socket_file(cut));
+    expect_delivered(fd, path, "long");
     close(fd);
 }
 

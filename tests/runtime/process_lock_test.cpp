@@ -32,6 +32,15 @@ mode_t mode_argument(int flags, va_list args)
 {
     return (flags & (O_CREAT | O_TMPFILE)) != 0 ? static_cast<mode_t>(va_arg(args, int)) : 0;
 }
+
+// open and open64 alike: the device path to the stand-in, the rest to libc.
+int open_through(const char *name, const char *path, int flags, mode_t mode)
+{
+    if (emulate && ku_test::is_plock_path(path)) {
+        return ku_test::plock_open(flags);
+    }
+    return real<int (*)(const char *, int, ...)>(name)(path, flags, mode);
+}
 }  // namespace
 
 extern "C" int access(const char *path, int mode)
@@ -48,10 +57,7 @@ extern "C" int open(const char *path, int flags, ...)
     va_start(args, flags);
     const mode_t mode = mode_argument(flags, args);
     va_end(args);
-    if (emulate && ku_test::is_plock_path(path)) {
-        return ku_test::plock_open(flags);
-    }
-    return real<int (*)(const char *, int, ...)>("open")(path, flags, mode);
+    return open_through("open", path, flags, mode);
 }
 
 extern "C" int open64(const char *path, int flags, ...)
@@ -60,10 +66,7 @@ extern "C" int open64(const char *path, int flags, ...)
     va_start(args, flags);
     const mode_t mode = mode_argument(flags, args);
     va_end(args);
-    if (emulate && ku_test::is_plock_path(path)) {
-        return ku_test::plock_open(flags);
-    }
-    return real<int (*)(const char *, int, ...)>("open64")(path, flags, mode);
+    return open_through("open64", path, flags, mode);
 }
 
 extern "C" int ioctl(int fd, unsigned long request, ...)
@@ -128,29 +131,36 @@ private:
 
 using Commands = std::vector<std::string>;
 using Ioctls = std::vector<unsigned long>;
+using Steps = void (*)(Checks &, PlockDevice &);
+
+// The descriptor is process-wide and never closed: every scenario runs in a
+// fresh child, against a device whose node is there or not.
+std::string in_fresh_process(bool node_exists, Steps steps)
+{
+    return run_in_child([node_exists, steps] {
+        Checks checks;
+        PlockDevice &device = plock_device();
+        device.node_exists = node_exists;
+        steps(checks, device);
+        return checks.text();
+    });
+}
 
 TEST(ProcessLock, UnlockBeforeAnyOpenSendsNothing)
 {
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
-        PlockDevice &device = plock_device();
-        device.node_exists = true;
+    EXPECT_EQ(in_fresh_process(true, [](Checks &checks, PlockDevice &device) {
         kuprocess_unlock();
         CHECK_EQ_IN_CHILD(checks, device.access_calls, 0);
         CHECK_EQ_IN_CHILD(checks, device.open_calls, 0);
         CHECK_EQ_IN_CHILD(checks, device.ioctls, Ioctls{});
         CHECK_EQ_IN_CHILD(checks, device.commands, Commands{});
-        return checks.text();
     }),
               "");
 }
 
 TEST(ProcessLock, ExistingNodeIsOpenedReadOnlyWithoutMknod)
 {
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
-        PlockDevice &device = plock_device();
-        device.node_exists = true;
+    EXPECT_EQ(in_fresh_process(true, [](Checks &checks, PlockDevice &device) {
         CHECK_EQ_IN_CHILD(checks, kuprocess_lock(), 0);
         CHECK_EQ_IN_CHILD(checks, device.commands, Commands{});
         CHECK_EQ_IN_CHILD(checks, device.access_calls, 1);
@@ -158,30 +168,24 @@ TEST(ProcessLock, ExistingNodeIsOpenedReadOnlyWithoutMknod)
         CHECK_EQ_IN_CHILD(checks, device.ioctls, Ioctls{8193});
         CHECK_EQ_IN_CHILD(checks, device.ioctl_arguments, Ioctls{0});
         CHECK_EQ_IN_CHILD(checks, device.held, true);
-        return checks.text();
     }),
               "");
 }
 
 TEST(ProcessLock, MissingNodeIsMadeWithMknodThenOpened)
 {
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
-        PlockDevice &device = plock_device();
+    EXPECT_EQ(in_fresh_process(false, [](Checks &checks, PlockDevice &device) {
         CHECK_EQ_IN_CHILD(checks, kuprocess_is_locked(), 0);
         CHECK_EQ_IN_CHILD(checks, device.commands, Commands{kMakeNode});
         CHECK_EQ_IN_CHILD(checks, device.open_calls, 1);
         CHECK_EQ_IN_CHILD(checks, device.ioctls, Ioctls{8195});
-        return checks.text();
     }),
               "");
 }
 
 TEST(ProcessLock, FailedOpenIsTriedAgainAtTheNextCall)
 {
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
-        PlockDevice &device = plock_device();
+    EXPECT_EQ(in_fresh_process(false, [](Checks &checks, PlockDevice &device) {
         device.may_make_node = false;
         CHECK_EQ_IN_CHILD(checks, kuprocess_lock(), -1);
         CHECK_EQ_IN_CHILD(checks, kuprocess_is_locked(), 0);
@@ -197,17 +201,13 @@ TEST(ProcessLock, FailedOpenIsTriedAgainAtTheNextCall)
         CHECK_EQ_IN_CHILD(checks, device.open_calls, 3);
         CHECK_EQ_IN_CHILD(checks, device.commands.size(), 3u);
         CHECK_EQ_IN_CHILD(checks, device.ioctls, Ioctls{8193});
-        return checks.text();
     }),
               "");
 }
 
 TEST(ProcessLock, NodeWithoutDriverIsRetriedWithoutMknod)
 {
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
-        PlockDevice &device = plock_device();
-        device.node_exists = true;
+    EXPECT_EQ(in_fresh_process(true, [](Checks &checks, PlockDevice &device) {
         device.driver_loaded = false;
         CHECK_EQ_IN_CHILD(checks, kuprocess_lock(), -1);
         device.driver_loaded = true;
@@ -215,17 +215,13 @@ TEST(ProcessLock, NodeWithoutDriverIsRetriedWithoutMknod)
         CHECK_EQ_IN_CHILD(checks, device.access_calls, 2);
         CHECK_EQ_IN_CHILD(checks, device.open_calls, 2);
         CHECK_EQ_IN_CHILD(checks, device.commands, Commands{});
-        return checks.text();
     }),
               "");
 }
 
 TEST(ProcessLock, OnceOpenEveryCallSendsOneCommandAndNothingElse)
 {
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
-        PlockDevice &device = plock_device();
-        device.node_exists = true;
+    EXPECT_EQ(in_fresh_process(true, [](Checks &checks, PlockDevice &device) {
         CHECK_EQ_IN_CHILD(checks, kuprocess_lock(), 0);
         CHECK_EQ_IN_CHILD(checks, kuprocess_is_locked(), 1);
         CHECK_EQ_IN_CHILD(checks, kuprocess_unlock(), 0);
@@ -235,33 +231,25 @@ TEST(ProcessLock, OnceOpenEveryCallSendsOneCommandAndNothingElse)
         CHECK_EQ_IN_CHILD(checks, device.open_calls, 1);
         CHECK_EQ_IN_CHILD(checks, device.ioctls, (Ioctls{8193, 8195, 8194, 8195, 8193}));
         CHECK_EQ_IN_CHILD(checks, device.ioctl_arguments, (Ioctls{0, 0, 0, 0, 0}));
-        return checks.text();
     }),
               "");
 }
 
 TEST(ProcessLock, DriverResultsOfLockAndUnlockArePassedOn)
 {
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
-        PlockDevice &device = plock_device();
-        device.node_exists = true;
+    EXPECT_EQ(in_fresh_process(true, [](Checks &checks, PlockDevice &) {
         CHECK_EQ_IN_CHILD(checks, kuprocess_lock(), 0);
         // This driver refuses a second take instead of blocking.
         CHECK_EQ_IN_CHILD(checks, kuprocess_lock(), -1);
         CHECK_EQ_IN_CHILD(checks, kuprocess_unlock(), 0);
         CHECK_EQ_IN_CHILD(checks, kuprocess_unlock(), -1);
-        return checks.text();
     }),
               "");
 }
 
 TEST(ProcessLock, AnyNonZeroQueryAnswerReadsAsOne)
 {
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
-        PlockDevice &device = plock_device();
-        device.node_exists = true;
+    EXPECT_EQ(in_fresh_process(true, [](Checks &checks, PlockDevice &device) {
         device.query_override = true;
         device.query_answer = 7;
         CHECK_EQ_IN_CHILD(checks, kuprocess_is_locked(), 1);
@@ -269,7 +257,6 @@ TEST(ProcessLock, AnyNonZeroQueryAnswerReadsAsOne)
         CHECK_EQ_IN_CHILD(checks, kuprocess_is_locked(), 1);
         device.query_answer = 0;
         CHECK_EQ_IN_CHILD(checks, kuprocess_is_locked(), 0);
-        return checks.text();
     }),
               "");
 }
@@ -279,17 +266,14 @@ TEST(ProcessLock, WithoutDriverOnThisMachineLockFailsAndQuerySaysFree)
     if (real<int (*)(const char *, int)>("access")("/dev/plock", F_OK) == 0) {
         GTEST_SKIP() << "this machine has a /dev/plock node";
     }
-    EXPECT_EQ(run_in_child([] {
-        Checks checks;
+    EXPECT_EQ(in_fresh_process(false, [](Checks &checks, PlockDevice &device) {
         emulate = false;
-        PlockDevice &device = plock_device();
         CHECK_EQ_IN_CHILD(checks, kuprocess_lock(), -1);
         CHECK_EQ_IN_CHILD(checks, kuprocess_is_locked(), 0);
         CHECK_EQ_IN_CHILD(checks, kuprocess_unlock(), 0);
         // Captured, not run: the node was asked for twice and never made.
         CHECK_EQ_IN_CHILD(checks, device.commands, (Commands{kMakeNode, kMakeNode}));
         CHECK_EQ_IN_CHILD(checks, access("/dev/plock", F_OK), -1);
-        return checks.text();
     }),
               "");
 }
