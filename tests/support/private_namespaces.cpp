@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -49,6 +50,25 @@ std::vector<std::string> own_arguments()
     return arguments;
 }
 
+// The emulator command of a cross build (KU_TEST_EMULATOR, words joined by
+// '|'), empty for a native build.
+std::vector<std::string> emulator_words()
+{
+    std::vector<std::string> words;
+#ifdef KU_TEST_EMULATOR
+    const std::string joined = KU_TEST_EMULATOR;
+    size_t start = 0;
+    while (start <= joined.size()) {
+        const size_t end = std::min(joined.find('|', start), joined.size());
+        if (end > start) {
+            words.push_back(joined.substr(start, end - start));
+        }
+        start = end + 1;
+    }
+#endif
+    return words;
+}
+
 }  // namespace
 
 bool in_private_namespaces()
@@ -90,8 +110,13 @@ bool enter_private_namespaces()
         return false;
     }
     exe[length] = '\0';
-    std::vector<std::string> arguments = {kUnshare, "-m", "-n", "--propagation", "private",
-                                          "--", exe};
+    std::vector<std::string> arguments = {kUnshare, "-m", "-n", "--propagation", "private", "--"};
+    // A cross-built test runs under a user-mode emulator that the kernel
+    // does not know about: the new process must start through it again.
+    for (const std::string &word : emulator_words()) {
+        arguments.push_back(word);
+    }
+    arguments.push_back(exe);
     const std::vector<std::string> own = own_arguments();
     for (size_t i = 1; i < own.size(); ++i) {
         arguments.push_back(own[i]);
