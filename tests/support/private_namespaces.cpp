@@ -1,12 +1,13 @@
 #include "support/private_namespaces.h"
 
+#include "support/emulator.h"
+
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -48,25 +49,6 @@ std::vector<std::string> own_arguments()
         start = end == std::string::npos ? all.size() : end + 1;
     }
     return arguments;
-}
-
-// The emulator command of a cross build (KU_TEST_EMULATOR, words joined by
-// '|'), empty for a native build.
-std::vector<std::string> emulator_words()
-{
-    std::vector<std::string> words;
-#ifdef KU_TEST_EMULATOR
-    const std::string joined = KU_TEST_EMULATOR;
-    size_t start = 0;
-    while (start <= joined.size()) {
-        const size_t end = std::min(joined.find('|', start), joined.size());
-        if (end > start) {
-            words.push_back(joined.substr(start, end - start));
-        }
-        start = end + 1;
-    }
-#endif
-    return words;
 }
 
 }  // namespace
@@ -113,7 +95,7 @@ bool enter_private_namespaces()
     std::vector<std::string> arguments = {kUnshare, "-m", "-n", "--propagation", "private", "--"};
     // A cross-built test runs under a user-mode emulator that the kernel
     // does not know about: the new process must start through it again.
-    for (const std::string &word : emulator_words()) {
+    for (const std::string &word : emulator_command()) {
         arguments.push_back(word);
     }
     arguments.push_back(exe);
