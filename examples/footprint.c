@@ -6,7 +6,8 @@
  *   mapped    pages of the process's own mappings that are in memory, from
  *             /proc/self/maps and mincore(); qemu-user answers both for the
  *             emulated process, so this one also holds on the emulator. It
- *             counts shared library pages that another process brought in. */
+ *             counts shared library pages that another process brought in;
+ *   libku     the same, for the mappings of libku.so alone. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -88,7 +89,9 @@ static long vm_rss_kib(void)
     return kib;
 }
 
-static long mapped_resident_kib(void)
+/* Resident KiB of the mappings whose line in /proc/self/maps holds `only`,
+ * or of all mappings when `only` is null. */
+static long mapped_resident_kib(const char *only)
 {
     FILE *maps = fopen("/proc/self/maps", "r");
     if (maps == NULL) {
@@ -101,7 +104,8 @@ static long mapped_resident_kib(void)
     while (fgets(line, sizeof line, maps) != NULL) {
         unsigned long start = 0;
         unsigned long end = 0;
-        if (sscanf(line, "%lx-%lx", &start, &end) != 2 || strstr(line, "[vsyscall]") != NULL) {
+        if (sscanf(line, "%lx-%lx", &start, &end) != 2 || strstr(line, "[vsyscall]") != NULL ||
+            (only != NULL && strstr(line, only) == NULL)) {
             continue;
         }
         for (unsigned long at = start; at < end;) {
@@ -126,6 +130,7 @@ int main(void)
 #ifndef KU_FOOTPRINT_BASELINE
     use_every_family();
 #endif
-    printf("vm_rss %ld KiB, mapped %ld KiB\n", vm_rss_kib(), mapped_resident_kib());
+    printf("vm_rss %ld KiB, mapped %ld KiB, libku %ld KiB\n", vm_rss_kib(), mapped_resident_kib(NULL),
+           mapped_resident_kib("/libku.so"));
     return 0;
 }

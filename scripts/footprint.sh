@@ -31,7 +31,7 @@ stripped_size() {
 
 kib() { echo "$(( ($1 + 1023) / 1024 ))"; }
 
-# "vm_rss N KiB, mapped M KiB" -> field 2 or 5
+# "vm_rss N KiB, mapped M KiB, libku L KiB" -> field 2, 5 or 8
 figure() { awk -v field="$2" '{print $field}' <<< "$1"; }
 
 configure_and_build build-mipsel-O2 "$toolchain" -DCMAKE_BUILD_TYPE=RelWithDebInfo
@@ -56,3 +56,4 @@ echo "| libku.so stripped, -Os | $os bytes ($(kib "$os") KiB) |"
 echo "| NEEDED of libku.so | $needed |"
 echo "| VmRSS, footprint vs baseline, x86-64 native | $(figure "$native_with" 2) KiB vs $(figure "$native_without" 2) KiB |"
 echo "| resident pages of own mappings, footprint vs baseline, under qemu-mipsel | $(figure "$target_with" 5) KiB vs $(figure "$target_without" 5) KiB |"
+echo "| of which libku.so's own mappings, under qemu-mipsel | $(figure "$target_with" 8) KiB |"
