@@ -282,6 +282,7 @@ TEST(JsonDoc, FailedWriteGivesMinusOneAndKeepsTree)
 
 TEST(JsonDoc, CreateWithoutMemoryForObjectGivesHandleWithoutTree)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     ku_json_doc *made = nullptr;
     {
         AllocControl alloc;
@@ -300,6 +301,7 @@ TEST(JsonDoc, CreateWithoutMemoryForObjectGivesHandleWithoutTree)
 
 TEST(JsonDoc, LoadWithoutMemoryForHandleGivesNullAndReleasesTree)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     AllocControl alloc;
     ku_json_destroy(ku_json_load_from_buf(R"({"a": [1]})"));
     // The handle is the last block a load asks for.
@@ -469,6 +471,7 @@ TEST(JsonWrite, NonObjectTargetIsRefused)
 
 TEST(JsonWrite, FailedValueLeavesOldValue)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     Doc doc(R"({"a": "old"})");
     {
         AllocControl alloc;
@@ -611,6 +614,7 @@ TEST(JsonArraySet, WrongShapesAreRefused)
 
 TEST(JsonArraySet, FailedAllocationLeavesDocumentUnchanged)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     Doc doc(R"({"l": []})");
     {
         AllocControl alloc;
