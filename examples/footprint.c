@@ -42,6 +42,8 @@ static void use_every_family(void)
     membuffer_init(&buffer); /* growable buffer */
     membuffer_destroy(&buffer);
 
+    (void)json_buf_get_int("{\"footprint\": 1}", "footprint"); /* JSON */
+
     (void)GetIniKeyInt("section", "key", "/nonexistent/footprint.ini"); /* INI */
     kutable *table = kutable_load("/nonexistent/footprint.table");       /* tables */
     if (table != NULL) {
