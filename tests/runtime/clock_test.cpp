@@ -112,6 +112,19 @@ std::string gm_time_text(time_t when)
     return text;
 }
 
+// A ku_tm with only the date and time of day set, as a caller fills one.
+ku_tm calendar(int year, int month, int day, int hour = 0, int minute = 0, int second = 0)
+{
+    ku_tm tm{};
+    tm.tm_year = year;
+    tm.tm_mon = month;
+    tm.tm_mday = day;
+    tm.tm_hour = hour;
+    tm.tm_min = minute;
+    tm.tm_sec = second;
+    return tm;
+}
+
 }  // namespace
 
 TEST(Calendar, GmTimeOfLastSecondOf32BitTime)
@@ -166,28 +179,16 @@ TEST_F(LocalZone, MktimeReadsTheRecordAsLocalTime)
 TEST_F(LocalZone, MktimeMonthZeroIsDecemberOfYearBefore)
 {
     use_zone("UTC");
-    ku_tm tm{};
-    tm.tm_year = 2026;
-    tm.tm_mon = 0;
-    tm.tm_mday = 1;
-    EXPECT_EQ(ku_mktime(tm), 1764547200);  // 2025-12-01 00:00:00 UTC
+    EXPECT_EQ(ku_mktime(calendar(2026, 0, 1)), 1764547200);  // 2025-12-01 00:00:00 UTC
 }
 
 TEST_F(LocalZone, MktimeAtTheEndOf32BitTime)
 {
     use_zone("UTC");
-    ku_tm tm{};
-    tm.tm_year = 2038;
-    tm.tm_mon = 1;
-    tm.tm_mday = 19;
-    tm.tm_hour = 3;
-    tm.tm_min = 14;
-    tm.tm_sec = 7;
-    EXPECT_EQ(ku_mktime(tm), 2147483647LL);
+    EXPECT_EQ(ku_mktime(calendar(2038, 1, 19, 3, 14, 7)), 2147483647LL);
     // One second later a 32-bit time_t has no value: mktime() fails and so
     // does ku_mktime, with -1 rather than a wrapped negative time.
-    tm.tm_sec = 8;
-    EXPECT_EQ(ku_mktime(tm), sizeof(time_t) == 4 ? -1LL : 2147483648LL);
+    EXPECT_EQ(ku_mktime(calendar(2038, 1, 19, 3, 14, 8)), sizeof(time_t) == 4 ? -1LL : 2147483648LL);
 }
 
 TEST(LocalTime, ZeroZoneIsUtcRoundedToMultipleOf128)
