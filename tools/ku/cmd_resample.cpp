@@ -34,11 +34,15 @@ constexpr const char *kHelp =
     "  --channels N    samples per input frame, 1 to 3 (raw input; default 1)\n"
     "  --select S      how a frame becomes one sample: first, second or mix (the\n"
     "                  average of the first two; default); or 1, 2, 0\n"
-    "  -v, --verbose   tell on stderr what was converted\n";
+    "  -v, --verbose   tell on stderr what was converted\n"
+    "\n"
+    "The input is fed in blocks of 32768 frames; the resampler makes one sample\n"
+    "between two blocks and holds the last input sample back for a next block.\n";
 
-// Frames per call: with 3 channels a block stays well inside the resampler's
-// limit of 32768 mono samples.
-constexpr size_t kBlockFrames = 4096;
+// Frames per call: the resampler's limit of 32768 mono samples. Each block
+// boundary costs the resampler one interpolation step (it makes a single
+// sample between two blocks), so the blocks are as long as it allows.
+constexpr size_t kBlockFrames = 32768;
 
 struct Format {
     int rate = 0;
@@ -223,11 +227,11 @@ int run_resample(int argc, char **argv)
         const size_t count = std::min(kBlockFrames, frames - first);
         const size_t room = (count * static_cast<size_t>(*to) / static_cast<size_t>(format.rate) + 2) * 2;
         block.assign(std::max(room, count * 2), 0);
-        uint32_t produced = 0;
+        int32_t produced = 0;
         if (miniresample_process(resampler.get(), samples.data() + first * frame_bytes,
                                  static_cast<int32_t>(count * frame_bytes), block.data(), &produced) != 0)
             return fail("resample", "the resampler refused the input");
-        output.append(reinterpret_cast<const char *>(block.data()), produced);
+        output.append(reinterpret_cast<const char *>(block.data()), static_cast<size_t>(produced));
     }
 
     const bool wav_out = ends_with_wav(out_name);
