@@ -3,6 +3,7 @@
 // FILE, renamed into place on success, or a temporary file copied to stdout),
 // so the tool can show live progress from the cancel test and an earlier
 // FILE survives a failed download. Ctrl-C is answered through the cancel test.
+#include <ku/clock.h>
 #include <ku/https.h>
 
 #include <fcntl.h>
@@ -94,9 +95,15 @@ struct Progress {
     int64_t drawn_ms = -1;
     int percent = -1;
     bool drawn = false;
+    // Once the request has returned, its file is closed: the final figure
+    // comes from the response instead.
+    bool finished = false;
+    uint64_t final_bytes = 0;
 
     uint64_t bytes() const
     {
+        if (finished)
+            return final_bytes;
         if (option->total_size != 0)
             return option->done_size;
         if (option->file == nullptr)
@@ -132,10 +139,14 @@ struct Progress {
         drawn = true;
     }
 
-    void finish()
+    void finish(uint64_t body_bytes)
     {
+        finished = true;
+        final_bytes = body_bytes;
         if (terminal == nullptr || !drawn)
             return;
+        if (option->total_size != 0)
+            percent = static_cast<int>(body_bytes * 100 / option->total_size);
         draw(true);
         std::fputc('\n', terminal);
         std::fflush(terminal);
@@ -148,11 +159,12 @@ int cancel_test(void *arg)
     return g_interrupted;
 }
 
-void on_percent(uintptr_t arg1, uintptr_t, int percent)
+int on_percent(uintptr_t arg1, uintptr_t, int percent)
 {
     auto *progress = reinterpret_cast<Progress *>(arg1);
     progress->percent = percent;
     progress->draw(false);
+    return 0;
 }
 
 struct ResponseFree {
@@ -325,6 +337,9 @@ int run_fetch(int argc, char **argv)
         std::fclose(probe);
     }
 
+    // The request's limit counts whole seconds of this clock; reading it the
+    // same way tells a reached limit from a transfer that ended by itself.
+    const int64_t start_second = ku_second_ticks();
     HttpsOption option{};
     Progress progress;
     progress.option = &option;
@@ -359,14 +374,14 @@ int run_fetch(int argc, char **argv)
         response.reset(HttpsRequestNonBlock(url.c_str(), headers.empty() ? nullptr : header_text.data(),
                                             post ? post->c_str() : nullptr, &option));
         if (response)
-            progress.finish();
+            progress.finish(response->body_length);
         else if (terminal != nullptr && progress.drawn)
             std::fputc('\n', terminal);
         if (terminal != nullptr)
             std::fclose(terminal);
         progress.terminal = nullptr;
     }
-    const double elapsed = static_cast<double>(now_ms() - progress.start_ms) / 1000.0;
+    const bool timed_out = ku_second_ticks() - start_second >= timeout;
 
     if (g_interrupted) {
         fail("fetch", "cancelled");
@@ -377,7 +392,6 @@ int run_fetch(int argc, char **argv)
     const std::string_view header_block(response->header != nullptr ? response->header : "",
                                         response->header_length);
     const Status status = parse_header(header_block);
-    const bool timed_out = elapsed >= timeout;
     if (status.code == 0)
         return fail("fetch", timed_out ? "no response from " + url + " within " + std::to_string(timeout) + " s"
                                        : "no response from " + url);
