@@ -1,7 +1,11 @@
-// ku mdns: start the mDNS daemon and publish or withdraw services through the
-// library, which runs mdnsd and dns-sd through the shell. The library passes
-// its arguments to the shell unquoted and reports nothing back, so the tool
-// admits only plain tokens and checks the command length up front.
+// ku mdns: publish or withdraw mDNS services through the library, which runs
+// dns-sd through the shell. The library passes its arguments to the shell
+// unquoted and reports nothing back, so the tool admits only plain tokens
+// and checks the command length up front.
+//
+// The daemon calls (ku_mdnsd_init, ku_mdnsd_destroy) are left out on purpose:
+// their kill command line, as sh and bash parse it, also sends SIGKILL to
+// process 2, which is no safe thing to offer from a shell tool.
 #include <ku/mdns.h>
 
 #include <cstdio>
@@ -15,13 +19,10 @@ namespace ku_tool {
 namespace {
 
 constexpr const char *kHelp =
-    "usage: ku mdns start|stop\n"
-    "       ku mdns register NAME TYPE DOMAIN PORT [TXT]\n"
+    "usage: ku mdns register NAME TYPE DOMAIN PORT [TXT]\n"
     "       ku mdns browse TYPE [DOMAIN]\n"
     "       ku mdns deregister [--browse] [MATCH]\n"
     "\n"
-    "  start        (re)starts the mdnsd daemon\n"
-    "  stop         kills mdnsd\n"
     "  register     publishes a service: runs 'dns-sd -R NAME TYPE DOMAIN PORT TXT'\n"
     "               in the background, e.g. ku mdns register box _http._tcp local 80\n"
     "  browse       runs 'dns-sd -B TYPE DOMAIN' in the background\n"
@@ -30,7 +31,8 @@ constexpr const char *kHelp =
     "\n"
     "Arguments reach the shell as they stand, so only letters, digits and\n"
     "._-:/=,+@ are accepted, and a command must stay under 256 bytes. Whether\n"
-    "dns-sd reached a daemon is not known to the tool.\n";
+    "dns-sd reached a daemon is not known to the tool. The mdnsd daemon must be\n"
+    "running already.\n";
 
 constexpr int kCommandRoom = 256;
 
@@ -51,13 +53,6 @@ int check_tokens(const std::vector<std::string> &tokens)
         if (!plain(token))
             return usage_error("mdns", "'" + token + "' holds a character the shell would interpret");
     return kExitOk;
-}
-
-int shell_status(const char *what, int status)
-{
-    if (status == 0)
-        return kExitOk;
-    return fail("mdns", std::string(what) + " failed (shell status " + std::to_string(status) + ")");
 }
 
 int do_register(char flag, const std::string &name, const std::string &type, const std::string &domain,
@@ -95,17 +90,11 @@ int run_mdns(int argc, char **argv)
         return kExitUsage;
     const auto &pos = args->positional;
     if (pos.empty())
-        return usage_error("mdns", "expected start, stop, register, browse or deregister");
+        return usage_error("mdns", "expected register, browse or deregister");
     const std::string &action = pos[0];
     const std::vector<std::string> tokens(pos.begin() + 1, pos.end());
     if (args->has("--browse") && action != "deregister")
         return usage_error("mdns", "--browse belongs to 'deregister'");
-    if (action == "start" || action == "stop") {
-        if (!tokens.empty())
-            return usage_error("mdns", "'" + action + "' takes no arguments");
-        return action == "start" ? shell_status("starting mdnsd", ku_mdnsd_init())
-                                 : shell_status("stopping mdnsd", ku_mdnsd_destroy());
-    }
     if (action == "register") {
         if (tokens.size() < 4 || tokens.size() > 5)
             return usage_error("mdns", "register takes NAME TYPE DOMAIN PORT [TXT]");
@@ -129,7 +118,7 @@ int run_mdns(int argc, char **argv)
             return status;
         return do_deregister(args->has("--browse") ? 'B' : 'R', tokens.empty() ? "" : tokens[0]);
     }
-    return usage_error("mdns", "unknown action '" + action + "' (start, stop, register, browse, deregister)");
+    return usage_error("mdns", "unknown action '" + action + "' (register, browse, deregister)");
 }
 
 }  // namespace ku_tool

@@ -46,7 +46,7 @@ constexpr Command kCommands[] = {
     {"plugin", "load a named plug-in and report what it offers", ku_tool::run_plugin},
 #endif
 #ifdef KU_TOOL_HAVE_MDNS
-    {"mdns", "start mdnsd, publish or withdraw mDNS services", ku_tool::run_mdns},
+    {"mdns", "publish or withdraw mDNS services through dns-sd", ku_tool::run_mdns},
 #endif
 #ifdef KU_TOOL_HAVE_LOCK
     {"lock", "take, release or query the /dev/plock process lock", ku_tool::run_lock},
