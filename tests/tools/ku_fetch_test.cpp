@@ -13,16 +13,15 @@
 #include <thread>
 
 #include "ku_tool.h"
+#ifdef KU_TOOL_HAVE_FETCH
 #include "support/script_server.h"
+#endif
 
 namespace {
 
-using ku_test::answer_with;
 using ku_test::expect_one_line_error;
 using ku_test::ku;
 using ku_test::read_file;
-using ku_test::ScriptConnection;
-using ku_test::ScriptServer;
 using KuFetch = ku_test::KuTool;
 
 [[maybe_unused]] bool exists(const std::string &path)
@@ -44,6 +43,9 @@ using KuFetch = ku_test::KuTool;
 }
 
 #ifdef KU_TOOL_HAVE_FETCH
+
+using ku_test::answer_with;
+using ku_test::ScriptServer;
 
 const std::string kHello = ScriptServer::response(200, "OK", "hello, world\n");
 
