@@ -161,6 +161,15 @@ bool read_file(const std::string &path, std::string &out)
     return ok;
 }
 
+bool can_read(const std::string &path)
+{
+    FILE *file = std::fopen(path.c_str(), "r");
+    if (file == nullptr)
+        return false;
+    std::fclose(file);
+    return true;
+}
+
 bool write_all(FILE *stream, std::string_view bytes)
 {
     if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), stream) != bytes.size())

@@ -60,6 +60,9 @@ std::optional<long long> parse_int(std::string_view text, long long min, long lo
 // Reads the whole stream; false on a read error.
 bool read_all(FILE *stream, std::string &out);
 bool read_file(const std::string &path, std::string &out);
+// True when `path` opens for reading. Commands test this before handing a
+// path to a library call that would log a line of its own about it.
+bool can_read(const std::string &path);
 // Writes all bytes and flushes; false on a write error (a closed pipe too).
 bool write_all(FILE *stream, std::string_view bytes);
 

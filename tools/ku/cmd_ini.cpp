@@ -55,10 +55,7 @@ int run_ini(int argc, char **argv)
     if (key.empty() || key.find_first_of("=\r\n") != std::string::npos)
         return usage_error("ini", "KEY must be non-empty, without '=' or line ends");
 
-    // Test readability first: the library logs a line of its own otherwise.
-    if (FILE *probe = std::fopen(file.c_str(), "r"))
-        std::fclose(probe);
-    else
+    if (!can_read(file))
         return fail("ini", "cannot open " + file);
 
     const char *found = GetIniKeyString(section.c_str(), key.c_str(), file.c_str());

@@ -40,11 +40,7 @@ using Table = std::unique_ptr<kutable, TableCloser>;
 
 Table load(const std::string &file, int &status)
 {
-    // The library logs its own line for an unreadable file; testing first
-    // keeps the tool's error to one line.
-    if (FILE *probe = std::fopen(file.c_str(), "r")) {
-        std::fclose(probe);
-    } else {
+    if (!can_read(file)) {
         status = fail("table", "cannot open " + file);
         return nullptr;
     }
