@@ -93,8 +93,8 @@ std::optional<ParsedArgs> parse_args(std::string_view cmd, int argc, char **argv
             if (name == candidate.name || (!candidate.short_name.empty() && name == candidate.short_name))
                 spec = &candidate;
         if (spec == nullptr) {
-            // A negative number is data, not an option (ku json set f k -5).
-            if (parse_int(arg, INT64_MIN, INT64_MAX)) {
+            // A negative number is data, not an option (ku json set f k -1.5).
+            if (arg[1] >= '0' && arg[1] <= '9') {
                 parsed.positional.emplace_back(arg);
                 continue;
             }
