@@ -155,6 +155,14 @@ TEST_F(KuCli, LogTakesTheLongestMessageAndRefusesOneMore)
     expect_one_line_error(ku({"log", "trace", std::string(8127, 'x')}), 1, "log");
 }
 
+TEST_F(KuCli, NegativeNumbersAreDataNotOptions)
+{
+    const auto result = ku({"log", "err", "-5", "-1.5", "-"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(std::regex_match(result.err, std::regex(kLinePrefix + "ERR:  -5 -1.5 -\n")))
+        << result.err;
+}
+
 TEST_F(KuCli, DoubleDashEndsOptions)
 {
     const auto result = ku({"log", "--", "err", "--help"});
