@@ -2,6 +2,7 @@
 // statuses of a wrong command line, and `ku log` for scripts.
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <regex>
 #include <sstream>
 
@@ -36,7 +37,10 @@ TEST_F(KuCli, HelpListsEveryBuiltFamilyOnStdout)
     const auto result = ku({"--help"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
-    std::vector<std::string> expected = {"log"};
+    std::vector<std::string> expected = {"log", "clock"};
+#ifdef KU_TOOL_HAVE_STR
+    expected.push_back("str");
+#endif
 #ifdef KU_TOOL_HAVE_CODEC
     expected.insert(expected.end(), {"b64", "hex"});
 #endif
@@ -161,6 +165,42 @@ TEST_F(KuCli, NegativeNumbersAreDataNotOptions)
     EXPECT_EQ(result.status, 0);
     EXPECT_TRUE(std::regex_match(result.err, std::regex(kLinePrefix + "ERR:  -5 -1.5 -\n")))
         << result.err;
+}
+
+TEST_F(KuCli, ClockPrintsTicksAndCalendarTime)
+{
+    const time_t before = time(nullptr);
+    const auto result = ku({"clock", "--zone", "2"});
+    const time_t after = time(nullptr);
+    ASSERT_EQ(result.status, 0) << result.err;
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(result.out, m,
+                                 std::regex("monotonic_s ([0-9]+)\nmonotonic_ms ([0-9]+)\nmonotonic_us ([0-9]+)\n"
+                                            "monotonic_ns ([0-9]+)\nutc ([0-9]+) ([-0-9: ]+)\n"
+                                            "local ([0-9]+) ([-0-9: ]+)\n")))
+        << result.out;
+    const long long s = std::stoll(m[1]), ms = std::stoll(m[2]), us = std::stoll(m[3]), ns = std::stoll(m[4]);
+    EXPECT_LE(s, ms / 1000 + 1);
+    EXPECT_LE(ms, us / 1000 + 1);  // milliseconds round to nearest
+    EXPECT_LE(us, ns / 1000);
+    const long long utc = std::stoll(m[5]);
+    EXPECT_GE(utc, before);
+    EXPECT_LE(utc, after);
+    tm broken{};
+    const time_t utc_time = static_cast<time_t>(utc);
+    gmtime_r(&utc_time, &broken);
+    char text[32];
+    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &broken);
+    EXPECT_EQ(m[6].str(), text);
+    // Two hours ahead, in the library's single-precision steps of 128 s.
+    EXPECT_NEAR(static_cast<double>(std::stoll(m[7]) - utc), 7200.0, 128.0);
+}
+
+TEST_F(KuCli, ClockRefusesWrongArguments)
+{
+    expect_one_line_error(ku({"clock", "--zone", "east"}), 2, "clock");
+    expect_one_line_error(ku({"clock", "--zone", "25"}), 2, "clock");
+    expect_one_line_error(ku({"clock", "now"}), 2, "clock");
 }
 
 TEST_F(KuCli, DoubleDashEndsOptions)

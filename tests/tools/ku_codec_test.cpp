@@ -3,6 +3,7 @@
 // input, and the refusals of text that does not decode.
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <string>
 
 #include "ku_tool.h"
@@ -25,6 +26,34 @@ using KuCodec = ku_test::KuTool;
     }
     return bytes;
 }
+
+#ifdef KU_TOOL_HAVE_STR
+
+TEST_F(KuCodec, StrChangesEachLineAndKeepsLineEnds)
+{
+    const std::string text = "  Mixed Case \u00e9 \n\tTabbed \n  last line  ";
+    EXPECT_EQ(ku_stdin({"str", "upper"}, text).out, "  MIXED CASE \u00e9 \n\tTABBED \n  LAST LINE  ");
+    EXPECT_EQ(ku_stdin({"str", "lower"}, text).out, "  mixed case \u00e9 \n\ttabbed \n  last line  ");
+    // Only spaces are blanks: the tab stays.
+    EXPECT_EQ(ku_stdin({"str", "trim"}, text).out, "Mixed Case \u00e9\n\tTabbed\nlast line");
+}
+
+TEST_F(KuCodec, StrTokenIsTheClockInHex)
+{
+    const auto first = ku({"str", "token"});
+    EXPECT_EQ(first.status, 0);
+    EXPECT_TRUE(std::regex_match(first.out, std::regex("[0-9a-f]{1,16}\n"))) << first.out;
+    EXPECT_NE(ku({"str", "token"}).out, first.out);
+}
+
+TEST_F(KuCodec, StrRefusesZeroBytesAndWrongArguments)
+{
+    expect_one_line_error(ku_stdin({"str", "upper"}, std::string("a\0b", 3)), 1, "str");
+    expect_one_line_error(ku({"str", "reverse"}), 2, "str");
+    expect_one_line_error(ku({"str"}), 2, "str");
+}
+
+#endif  // KU_TOOL_HAVE_STR
 
 #ifdef KU_TOOL_HAVE_CODEC
 

@@ -6,6 +6,8 @@
 namespace ku_tool {
 
 int run_log(int argc, char **argv);
+int run_clock(int argc, char **argv);
+int run_str(int argc, char **argv);
 int run_b64(int argc, char **argv);
 int run_hex(int argc, char **argv);
 int run_des(int argc, char **argv);

@@ -17,6 +17,9 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
+#ifdef KU_TOOL_HAVE_STR
+    {"str", "upper-case, lower-case or trim lines; a clock token", ku_tool::run_str},
+#endif
 #ifdef KU_TOOL_HAVE_CODEC
     {"b64", "Base64 encode or decode stdin to stdout", ku_tool::run_b64},
     {"hex", "hexadecimal encode or decode stdin to stdout", ku_tool::run_hex},
@@ -52,6 +55,7 @@ constexpr Command kCommands[] = {
     {"lock", "take, release or query the /dev/plock process lock", ku_tool::run_lock},
 #endif
     {"log", "write one time-stamped log line to stderr", ku_tool::run_log},
+    {"clock", "print the monotonic tick clocks and calendar time", ku_tool::run_clock},
 };
 
 void print_usage(FILE *stream)
@@ -68,6 +72,12 @@ void print_usage(FILE *stream)
                  "commands:\n");
     for (const Command &command : kCommands)
         std::fprintf(stream, "  %-9s %s\n", command.name, command.summary);
+    std::fprintf(stream,
+                 "\n"
+                 "The threads and recursive locks, the in-memory containers (byte buffer,\n"
+                 "ring buffer, reassembly cache, FIFO list) and the TCP sockets work inside\n"
+                 "a program and have no command; see the API reference (cmake --build BUILD\n"
+                 "--target docs).\n");
 }
 
 }  // namespace
