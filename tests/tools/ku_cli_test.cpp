@@ -65,6 +65,9 @@ TEST_F(KuCli, HelpListsEveryBuiltFamilyOnStdout)
 #ifdef KU_TOOL_HAVE_NET
     expected.push_back("net");
 #endif
+#ifdef KU_TOOL_HAVE_SOCK
+    expected.push_back("sock");
+#endif
 #ifdef KU_TOOL_HAVE_PLUGIN
     expected.push_back("plugin");
 #endif

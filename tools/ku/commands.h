@@ -20,5 +20,6 @@ int run_net(int argc, char **argv);
 int run_plugin(int argc, char **argv);
 int run_mdns(int argc, char **argv);
 int run_lock(int argc, char **argv);
+int run_sock(int argc, char **argv);
 
 }  // namespace ku_tool

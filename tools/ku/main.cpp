@@ -45,6 +45,9 @@ constexpr Command kCommands[] = {
 #ifdef KU_TOOL_HAVE_NET
     {"net", "an interface's MAC and IPv4 address; is an address local", ku_tool::run_net},
 #endif
+#ifdef KU_TOOL_HAVE_SOCK
+    {"sock", "local datagrams between processes; a TCP connect check", ku_tool::run_sock},
+#endif
 #ifdef KU_TOOL_HAVE_PLUGIN
     {"plugin", "load a named plug-in and report what it offers", ku_tool::run_plugin},
 #endif
@@ -74,10 +77,10 @@ void print_usage(FILE *stream)
         std::fprintf(stream, "  %-9s %s\n", command.name, command.summary);
     std::fprintf(stream,
                  "\n"
-                 "The threads and recursive locks, the in-memory containers (byte buffer,\n"
-                 "ring buffer, reassembly cache, FIFO list) and the TCP sockets work inside\n"
-                 "a program and have no command; see the API reference (cmake --build BUILD\n"
-                 "--target docs).\n");
+                 "The threads and recursive locks and the in-memory containers (byte\n"
+                 "buffer, ring buffer, reassembly cache, FIFO list) work inside a program\n"
+                 "and have no command; see the API reference (cmake --build BUILD --target\n"
+                 "docs).\n");
 }
 
 }  // namespace
