@@ -54,7 +54,7 @@ int do_send(const std::string &path, const std::string &text)
     struct stat info {};
     if (stat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode))
         return fail("sock", "no socket at " + path);
-    if (ku_sock_local_send(path.c_str(), text.data(), static_cast<int>(text.size())) <= 0)
+    if (ku_sock_local_send(path.c_str(), text.data(), text.size()) <= 0)
         return fail("sock", "cannot send to " + path);
     return kExitOk;
 }
