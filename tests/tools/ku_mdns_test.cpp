@@ -25,7 +25,9 @@ protected:
         ku_test::KuTool::SetUp();
         if (IsSkipped())
             return;
-        tool("dns-sd", "echo \"$*\" >> \"" + dir.file("dns-sd.log") + "\"\n");
+        // One line per run: each argument the shell passed, ended by '|'.
+        tool("dns-sd", "printf '%s|' \"$@\" >> \"" + dir.file("dns-sd.log") + "\"\necho >> \"" +
+                           dir.file("dns-sd.log") + "\"\n");
         tool("ps", "cat \"" + dir.file("ps.txt") + "\"\n");
         tool("kill", "echo \"$*\" >> \"" + dir.file("kill.log") + "\"\n");
         options.cwd = dir.path();
@@ -55,19 +57,20 @@ TEST_F(KuMdns, RegisterRunsDnsSdWithTheFiveValues)
 {
     const auto result = ku({"mdns", "register", "box", "_http._tcp", "local", "8080", "path=/index"}, options);
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(wait_for("dns-sd.log"), "-R box _http._tcp local 8080 path=/index\n");
+    EXPECT_EQ(wait_for("dns-sd.log"), "-R|box|_http._tcp|local|8080|path=/index|\n");
 }
 
 TEST_F(KuMdns, RegisterWithoutTxtLeavesItEmpty)
 {
     ASSERT_EQ(ku({"mdns", "register", "box", "_ssh._tcp", "local", "22"}, options).status, 0);
-    EXPECT_EQ(wait_for("dns-sd.log"), "-R box _ssh._tcp local 22 \n");
+    // The empty TXT leaves only a blank in the command line, which the shell drops.
+    EXPECT_EQ(wait_for("dns-sd.log"), "-R|box|_ssh._tcp|local|22|\n");
 }
 
 TEST_F(KuMdns, BrowseRunsDnsSdWithTypeAndDomain)
 {
     ASSERT_EQ(ku({"mdns", "browse", "_http._tcp", "local"}, options).status, 0);
-    EXPECT_EQ(wait_for("dns-sd.log"), "-B  _http._tcp local  \n");
+    EXPECT_EQ(wait_for("dns-sd.log"), "-B|_http._tcp|local|\n");
 }
 
 TEST_F(KuMdns, DeregisterKillsOnlyMatchingPublications)
