@@ -26,8 +26,7 @@ protected:
         if (IsSkipped())
             return;
         // One line per run: each argument the shell passed, ended by '|'.
-        tool("dns-sd", "printf '%s|' \"$@\" >> \"" + dir.file("dns-sd.log") + "\"\necho >> \"" +
-                           dir.file("dns-sd.log") + "\"\n");
+        tool("dns-sd", "line=$(printf '%s|' \"$@\")\necho \"$line\" >> \"" + dir.file("dns-sd.log") + "\"\n");
         tool("ps", "cat \"" + dir.file("ps.txt") + "\"\n");
         tool("kill", "echo \"$*\" >> \"" + dir.file("kill.log") + "\"\n");
         options.cwd = dir.path();
