@@ -106,7 +106,7 @@ step "Network interfaces: facts from the kernel, no traffic"
 if has net; then
   show 'ku net if lo'
   show 'ku net local 127.0.0.1'
-  show 'ku net local 192.0.2.7'
+  show 'ku net local 198.51.100.7'
 else skip net; fi
 
 step "Download: ku fetch from a web server on 127.0.0.1 that the tour runs"

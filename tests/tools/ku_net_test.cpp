@@ -34,8 +34,8 @@ TEST_F(KuNet, UnknownInterfaceFails)
 TEST_F(KuNet, LoopbackAddressIsLocalAndADocumentationAddressIsNot)
 {
     EXPECT_EQ(ku({"net", "local", "127.0.0.1"}).out, "local\n");
-    // 192.0.2.0/24 is reserved for documentation: no interface holds it.
-    const auto result = ku({"net", "local", "192.0.2.77"});
+    // 198.51.100.0/24 is reserved for documentation: no interface should hold it.
+    const auto result = ku({"net", "local", "198.51.100.77"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "not local\n");
 }
