@@ -40,12 +40,14 @@ cp "$root"/examples/data/*.json "$root"/examples/data/*.table "$root"/examples/d
 cd "$work"
 
 step() { printf '\n== %s\n' "$*"; }
-# Shows a command line, runs it, and tells its exit status when it failed.
+# Shows a command line, runs it, tells its exit status when it failed, and
+# then what it did when the command itself prints nothing.
 show() {
   printf '$ %s\n' "$1"
   local status=0
   eval "$1" || status=$?
   if ((status != 0)); then printf '(exit status %d)\n' "$status"; fi
+  if [[ -n "${2:-}" ]]; then printf '(%s)\n' "$2"; fi
 }
 has() { ku --help | grep -q "^  $1 "; }
 skip() { printf '(ku of this build has no "%s" command yet)\n' "$1"; }
@@ -71,9 +73,9 @@ if has json; then
   show 'ku json print device.json'
   show 'ku json get device.json network.ip'
   show 'ku json get device.json presets.1.name'
-  show 'ku json set device.json volume 50'
-  show 'ku json set device.json network.ntp pool.ntp.org'
-  show 'ku json del device.json presets'
+  show 'ku json set device.json volume 50' 'volume replaced and the file saved'
+  show 'ku json set device.json network.ntp pool.ntp.org' 'a new text field inside network'
+  show 'ku json del device.json presets' 'the presets array removed'
   show 'ku json print device.json'
   show 'ku json get device.json presets'
 else skip json; fi
@@ -82,18 +84,18 @@ step "Text table: rows of blank-separated cells in interfaces.table"
 if has table; then
   show 'ku table show interfaces.table'
   show 'ku table get interfaces.table 2 1'
-  show 'ku table set interfaces.table 2 3 up'
-  show 'ku table append interfaces.table lo 127.0.0.1 255.0.0.0 up'
-  show 'ku table delete interfaces.table 1'
+  show 'ku table set interfaces.table 2 3 up' 'row 2, column 3 replaced; the file is saved without its comments'
+  show 'ku table append interfaces.table lo 127.0.0.1 255.0.0.0 up' 'a fourth row'
+  show 'ku table delete interfaces.table 1' 'row 1 (wlan0) removed'
   show 'cat interfaces.table'
 else skip table; fi
 
 step "INI: read and replace keys of device.ini"
 if has ini; then
   show 'ku ini get device.ini audio rate'
-  show 'ku ini put device.ini audio rate 16000'
+  show 'ku ini put device.ini audio rate 16000' 'the line rate=48000 rewritten through device.ini.tmp'
   show 'ku ini get device.ini audio rate'
-  show 'ku ini put device.ini audio volume 3'
+  show 'ku ini put device.ini audio volume 3' 'put replaces keys, it does not add them'
 else skip ini; fi
 
 step "Resampling: chime.wav (8000 Hz stereo) to 16000 Hz mono, integer arithmetic"
@@ -108,6 +110,10 @@ if has net; then
   show 'ku net local 127.0.0.1'
   show 'ku net local 198.51.100.7'
 else skip net; fi
+if has sock; then
+  show 'ku sock recv ctl.sock --timeout 10 & sleep 0.5; ku sock send ctl.sock "volume up"; wait' \
+       'one datagram from one ku process to another through the socket file ctl.sock'
+fi
 
 step "Download: ku fetch from a web server on 127.0.0.1 that the tour runs"
 if has fetch; then
@@ -138,7 +144,11 @@ if has fetch; then
   show "ku fetch http://127.0.0.1:$port/chime.wav --timeout 5"
 else skip fetch; fi
 
-step "Process lock and the log, for scripts"
+step "Clocks, strings, the process lock and the log, for scripts"
+show 'ku clock --zone 1'
+if has str; then
+  show 'echo "  Kitchen Speaker  " | ku str upper | ku str trim'
+fi
 if has lock; then
   if [[ -e /dev/plock ]]; then
     show 'ku lock status'
@@ -146,7 +156,7 @@ if has lock; then
     echo "(no /dev/plock driver on this machine: ku lock take|release|status report that)"
   fi
 fi
-show 'ku log debug "tour finished"'
+show 'ku log debug "tour finished"' 'a log line on stderr, as the library writes them'
 show 'ku log err "an error line goes to stderr, with UTC time and the millisecond tick"'
 
 printf '\nTour done. Try "ku COMMAND --help" for each command.\n'
