@@ -111,7 +111,7 @@ if has net; then
   show 'ku net local 198.51.100.7'
 else skip net; fi
 if has sock; then
-  show 'ku sock recv ctl.sock --timeout 10 & sleep 0.5; ku sock send ctl.sock "volume up"; wait' \
+  show 'ku sock recv ctl.sock --timeout 10 & until [ -S ctl.sock ]; do sleep 0.1; done; ku sock send ctl.sock "volume up"; wait' \
        'one datagram from one ku process to another through the socket file ctl.sock'
 fi
 
