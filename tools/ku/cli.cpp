@@ -88,11 +88,11 @@ std::optional<ParsedArgs> parse_args(std::string_view cmd, int argc, char **argv
                 inline_value = arg.substr(equals + 1);
             }
         }
-        const OptionSpec *spec = nullptr;
+        const OptionSpec *known = nullptr;
         for (const auto &candidate : specs)
             if (name == candidate.name || (!candidate.short_name.empty() && name == candidate.short_name))
-                spec = &candidate;
-        if (spec == nullptr) {
+                known = &candidate;
+        if (known == nullptr) {
             // A negative number is data, not an option (ku json set f k -1.5).
             if (arg[1] >= '0' && arg[1] <= '9') {
                 parsed.positional.emplace_back(arg);
@@ -102,20 +102,20 @@ std::optional<ParsedArgs> parse_args(std::string_view cmd, int argc, char **argv
             return std::nullopt;
         }
         std::string value;
-        if (spec->takes_value) {
+        if (known->takes_value) {
             if (inline_value) {
                 value = *inline_value;
             } else if (i + 1 < argc) {
                 value = argv[++i];
             } else {
-                usage_error(cmd, "option " + std::string(spec->name) + " needs a value");
+                usage_error(cmd, "option " + std::string(known->name) + " needs a value");
                 return std::nullopt;
             }
         } else if (inline_value) {
-            usage_error(cmd, "option " + std::string(spec->name) + " takes no value");
+            usage_error(cmd, "option " + std::string(known->name) + " takes no value");
             return std::nullopt;
         }
-        parsed.options.emplace_back(std::string(spec->name), std::move(value));
+        parsed.options.emplace_back(std::string(known->name), std::move(value));
     }
     return parsed;
 }
