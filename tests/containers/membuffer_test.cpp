@@ -464,8 +464,11 @@ TEST(Memptr, ProperPrefixSortsFirst)
 
 TEST(Memptr, DifferenceComesBackUnreduced)
 {
+    // Called through a pointer so that the expected value comes from the
+    // same strncmp the library calls, not from the compiler's inline version.
+    int (*volatile libc_strncmp)(const char *, const char *, size_t) = strncmp;
     const memptr a = slice("a", 1);
-    EXPECT_EQ(memptr_cmp(&a, "z"), strncmp("a", "z", 1));
+    EXPECT_EQ(memptr_cmp(&a, "z"), libc_strncmp("a", "z", 1));
     EXPECT_LT(memptr_cmp(&a, "z"), 0);
     EXPECT_GT(memptr_cmp(&a, "A"), 0);
 }
