@@ -11,7 +11,8 @@
  *
  * Out of memory: ku_list_init gives null, and ku_list_append gives -1 with
  * the element not queued. Every call takes a null list (such as a failed
- * ku_list_init) as an empty list that refuses appends. */
+ * ku_list_init) as an empty list that refuses appends. A mutex that cannot
+ * be locked is treated the same way for that call. */
 #ifndef KU_LIST_H
 #define KU_LIST_H
 

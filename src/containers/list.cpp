@@ -5,6 +5,8 @@
 
 #include <pthread.h>
 
+#include "containers/locked_internal.h"
+
 #include <cstdint>
 #include <cstdlib>
 
@@ -22,14 +24,7 @@ struct ku_list {
 
 namespace {
 
-struct Locked {
-    explicit Locked(pthread_mutex_t *mutex) noexcept : mutex(mutex) { pthread_mutex_lock(mutex); }
-    ~Locked() { pthread_mutex_unlock(mutex); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-
-    pthread_mutex_t *mutex;
-};
+using ku::containers::Locked;
 
 // ku_list_size reads the count without the lock: relaxed atomics keep that
 // a plain 32-bit load and store on every target while telling the race
@@ -72,6 +67,10 @@ KU_API int ku_list_append(ku_list *list, void *element) noexcept
     node->next = nullptr;
 
     Locked lock(&list->mutex);
+    if (!lock.held) {
+        free(node);
+        return -1;
+    }
     if (list->head == nullptr) {
         list->head = node;
     } else {
@@ -89,7 +88,7 @@ KU_API void *ku_list_pop(ku_list *list) noexcept
     }
     Locked lock(&list->mutex);
     ku_list_node *node = list->head;
-    if (node == nullptr) {
+    if (!lock.held || node == nullptr) {
         return nullptr;
     }
     void *element = node->element;
@@ -108,7 +107,7 @@ KU_API void *ku_list_peek_head(ku_list *list) noexcept
         return nullptr;
     }
     Locked lock(&list->mutex);
-    return list->head == nullptr ? nullptr : list->head->element;
+    return !lock.held || list->head == nullptr ? nullptr : list->head->element;
 }
 
 KU_API void *ku_list_peek_tail(ku_list *list) noexcept
@@ -117,7 +116,7 @@ KU_API void *ku_list_peek_tail(ku_list *list) noexcept
         return nullptr;
     }
     Locked lock(&list->mutex);
-    return list->tail == nullptr ? nullptr : list->tail->element;
+    return !lock.held || list->tail == nullptr ? nullptr : list->tail->element;
 }
 
 KU_API uint32_t ku_list_size(ku_list *list) noexcept
