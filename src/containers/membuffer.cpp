@@ -148,7 +148,9 @@ KU_API char *str_alloc(const char *s, size_t len) noexcept
     if (block == nullptr) {
         return nullptr;
     }
-    memcpy(block, s, len);
+    if (len != 0) {
+        memcpy(block, s, len);
+    }
     block[len] = '\0';
     return block;
 }

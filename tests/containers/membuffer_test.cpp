@@ -497,6 +497,10 @@ TEST(StrAlloc, ZeroLengthGivesOneZeroByte)
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(copy[0], '\0');
     free(copy);
+    copy = str_alloc(nullptr, 0);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy[0], '\0');
+    free(copy);
 }
 
 TEST(StrAlloc, CopiesExactlyLenBytesIncludingZeros)
