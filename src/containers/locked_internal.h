@@ -7,25 +7,38 @@
 namespace ku::containers {
 
 // Critical sections here are one short copy or a few pointer writes, so a
-// contended mutex is usually free again within a few hundred nanoseconds:
-// retrying for about that long spares the futex sleep and wake-up, which
-// would cost more than the work itself on every hand-over between threads.
-inline constexpr int kLockSpins = 200;
+// contended mutex is usually free again within a microsecond: retrying for
+// about that long spares the futex sleep and wake-up, which would cost more
+// than the work itself on every hand-over between threads. The pause between
+// attempts doubles (up to kMaxPause) so that the waiter does not keep pulling
+// the lock's cache line away from the holder; 16 attempts bound the spin to a
+// few hundred pauses before the thread sleeps.
+inline constexpr int kLockSpins = 16;
+inline constexpr int kMaxPause = 32;
 
 inline void cpu_relax() noexcept
 {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
+#else
+    // No portable pause on MIPS32: keep the wait loop from being folded away.
+    __asm__ __volatile__("" ::: "memory");
 #endif
 }
 
 inline bool lock_mutex(pthread_mutex_t *mutex) noexcept
 {
+    int pause = 1;
     for (int spin = 0; spin < kLockSpins; spin++) {
         if (pthread_mutex_trylock(mutex) == 0) {
             return true;
         }
-        cpu_relax();
+        for (int i = 0; i < pause; i++) {
+            cpu_relax();
+        }
+        if (pause < kMaxPause) {
+            pause *= 2;
+        }
     }
     return pthread_mutex_lock(mutex) == 0;
 }
