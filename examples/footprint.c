@@ -42,6 +42,10 @@ static void use_every_family(void)
     membuffer_init(&buffer); /* growable buffer */
     membuffer_destroy(&buffer);
 
+    circle_buf_free(circle_buf_init(64));         /* ring buffer */
+    dynamic_mem_free(dynamic_mem_init(64, 4096)); /* reassembly cache */
+    ku_list_deinit(ku_list_init());               /* FIFO list */
+
     (void)json_buf_get_int("{\"footprint\": 1}", "footprint"); /* JSON */
 
     (void)GetIniKeyInt("section", "key", "/nonexistent/footprint.ini"); /* INI */
