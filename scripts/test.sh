@@ -4,14 +4,13 @@
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer build, all tests
 #   tsan     ThreadSanitizer build, the concurrency tests
 #   memcheck every unit test under valgrind: no leaks, no invalid accesses
-#   target   cross build for the device (mipsel), all tests under qemu-mipsel;
-#            not in the default set: name it (scripts/test.sh target)
+#   target   cross build for the device (mipsel), all tests under qemu-mipsel
 # Missing packages are installed first (Debian, as root).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 suites=("$@")
-((${#suites[@]})) || suites=(native asan tsan memcheck)
+((${#suites[@]})) || suites=(native asan tsan memcheck target)
 
 deps=()
 [[ " ${suites[*]} " == *" target "* ]] && deps=(--target)
