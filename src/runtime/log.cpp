@@ -40,6 +40,51 @@ __attribute__((no_sanitize("thread"))) void set_slot_stamp(uint32_t slot, int64_
     ku_log_slots[slot] = now;
 }
 
+// Appends the decimal digits of `magnitude`, at least `min_digits` of them.
+char *put_digits(char *out, uint64_t magnitude, int min_digits) noexcept
+{
+    char digits[20];
+    int count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    while (count < min_digits) {
+        digits[count++] = '0';
+    }
+    while (count > 0) {
+        *out++ = digits[--count];
+    }
+    return out;
+}
+
+// Appends `value` as printf's "%lld" (min_width 1) or "%02d" (min_width 2)
+// would: the sign counts towards the width, zeros pad after it.
+char *put_signed(char *out, int64_t value, int min_width) noexcept
+{
+    if (value < 0) {
+        *out++ = '-';
+        return put_digits(out, 0u - static_cast<uint64_t>(value), min_width - 1);
+    }
+    return put_digits(out, static_cast<uint64_t>(value), min_width);
+}
+
+char *put_text(char *out, const char *text) noexcept
+{
+    while (*text != '\0') {
+        *out++ = *text++;
+    }
+    return out;
+}
+
+// Longest head: "[" + six fields of up to 11 characters + 5 separators +
+// "#" + 20-digit tick + "]" + prefix + " " + terminator.
+constexpr size_t kHeadSize = 1 + 6 * 11 + 5 + 1 + 20 + 1 + 8 + 1 + 1;
+
+// The line is "[%02d-%02d-%02d#%02d:%02d:%02d#%lld]%s %s" filled with the
+// date, the tick, the prefix and the message. The head is composed by hand:
+// printf's own handling of nine arguments would cost more than the rest of
+// the line together.
 void ku_log_emit(uint32_t slot, int32_t interval_ms, const char *prefix, const char *message) noexcept
 {
     const int64_t now = ku_ms_ticks();
@@ -52,8 +97,30 @@ void ku_log_emit(uint32_t slot, int32_t interval_ms, const char *prefix, const c
     const time_t seconds = static_cast<time_t>(ku_utc_time());
     ku_tm tm;
     ku_gm_time(&seconds, &tm);
-    fprintf(stderr, "[%02d-%02d-%02d#%02d:%02d:%02d#%lld]%s %s", tm.tm_year, tm.tm_mon, tm.tm_mday,
-            tm.tm_hour, tm.tm_min, tm.tm_sec, static_cast<long long>(now), prefix, message);
+
+    char head[kHeadSize];
+    char *out = head;
+    *out++ = '[';
+    out = put_signed(out, tm.tm_year, 2);
+    *out++ = '-';
+    out = put_signed(out, tm.tm_mon, 2);
+    *out++ = '-';
+    out = put_signed(out, tm.tm_mday, 2);
+    *out++ = '#';
+    out = put_signed(out, tm.tm_hour, 2);
+    *out++ = ':';
+    out = put_signed(out, tm.tm_min, 2);
+    *out++ = ':';
+    out = put_signed(out, tm.tm_sec, 2);
+    *out++ = '#';
+    out = put_signed(out, now, 1);
+    *out++ = ']';
+    out = put_text(out, prefix);
+    *out++ = ' ';
+    *out = '\0';
+    // One fprintf for the whole line: the stream's lock keeps it in one piece
+    // when several threads log at once.
+    fprintf(stderr, "%s%s", head, message);
 
     if (slot < KU_LOG_SLOTS) {
         set_slot_stamp(slot, now);

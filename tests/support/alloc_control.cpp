@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <dlfcn.h>
 #include <initializer_list>
 
@@ -151,6 +152,25 @@ long AllocControl::count(unsigned calls) const
         }
     }
     return total;
+}
+
+bool AllocControl::effective()
+{
+    // Probe once: with a plan armed, a malloc through the real symbol must
+    // fail. Under valgrind the call never reaches our wrapper.
+    static const bool works = [] {
+        const Plan saved = plan;
+        plan.calls = kMalloc;
+        plan.skip = 0;
+        plan.fail = 1;
+        void *(*volatile call)(size_t) = &malloc;
+        void *probe = call(1);
+        const bool failed = probe == nullptr;
+        free(probe);
+        plan = saved;
+        return failed;
+    }();
+    return works;
 }
 
 void AllocControl::reset()

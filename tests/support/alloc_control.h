@@ -29,6 +29,18 @@ public:
     // Calls matching `calls` on this thread since construction or reset().
     long count(unsigned calls) const;
     void reset();
+
+    // False when something above us replaced the allocator (valgrind does):
+    // then plans have no effect and a test that needs one should skip.
+    static bool effective();
 };
+
+// Skips the current test when allocation control cannot work here.
+#define KU_REQUIRE_ALLOC_CONTROL()                                              \
+    do {                                                                        \
+        if (!::ku_test::AllocControl::effective()) {                            \
+            GTEST_SKIP() << "the allocator is replaced (valgrind): no failure injection"; \
+        }                                                                       \
+    } while (0)
 
 }  // namespace ku_test
