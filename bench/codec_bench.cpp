@@ -17,6 +17,7 @@
 namespace {
 
 constexpr int kMiB = 1 << 20;
+constexpr size_t kMiBytes = kMiB;
 
 std::vector<unsigned char> random_bytes(size_t size)
 {
@@ -26,6 +27,17 @@ std::vector<unsigned char> random_bytes(size_t size)
         b = static_cast<unsigned char>(rng());
     }
     return data;
+}
+
+// Runs `body` once per iteration and reports 1 MiB of raw data per run.
+template <typename Body>
+void per_mib(benchmark::State &state, Body body)
+{
+    for (auto _ : state) {
+        body();
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(state.iterations() * kMiB);
 }
 
 std::vector<char> base64_text(const std::vector<unsigned char> &data)
@@ -39,11 +51,9 @@ void BM_base64_encode_ku(benchmark::State &state)
 {
     const auto data = random_bytes(kMiB);
     std::vector<char> text((kMiB + 2) / 3 * 4 + 1);
-    for (auto _ : state) {
+    per_mib(state, [&] {
         benchmark::DoNotOptimize(ku_string_base64_encode(text.data(), data.data(), kMiB));
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * kMiB);
+    });
 }
 BENCHMARK(BM_base64_encode_ku);
 
@@ -51,11 +61,7 @@ void BM_base64_encode_openssl(benchmark::State &state)
 {
     const auto data = random_bytes(kMiB);
     std::vector<unsigned char> text((kMiB + 2) / 3 * 4 + 1);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(EVP_EncodeBlock(text.data(), data.data(), kMiB));
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * kMiB);
+    per_mib(state, [&] { benchmark::DoNotOptimize(EVP_EncodeBlock(text.data(), data.data(), kMiB)); });
 }
 BENCHMARK(BM_base64_encode_openssl);
 
@@ -63,14 +69,11 @@ void BM_base64_decode_ku(benchmark::State &state)
 {
     const auto text = base64_text(random_bytes(kMiB));
     std::vector<unsigned char> data(kMiB + 4);
-    for (auto _ : state) {
-        const int32_t n = ku_string_base64_decode(text.data(), data.data(), static_cast<uint32_t>(data.size()));
-        if (n != kMiB) {
+    per_mib(state, [&] {
+        if (ku_string_base64_decode(text.data(), data.data(), static_cast<uint32_t>(data.size())) != kMiB) {
             state.SkipWithError("decode failed");
         }
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * kMiB);
+    });
 }
 BENCHMARK(BM_base64_decode_ku);
 
@@ -81,15 +84,12 @@ void BM_base64_decode_openssl(benchmark::State &state)
 {
     const auto text = base64_text(random_bytes(kMiB));
     std::vector<unsigned char> data(kMiB + 4);
-    for (auto _ : state) {
+    per_mib(state, [&] {
         const int length = static_cast<int>(std::strlen(text.data()));
-        const int n = EVP_DecodeBlock(data.data(), reinterpret_cast<const unsigned char *>(text.data()), length);
-        if (n < kMiB) {
+        if (EVP_DecodeBlock(data.data(), reinterpret_cast<const unsigned char *>(text.data()), length) < kMiB) {
             state.SkipWithError("decode failed");
         }
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * kMiB);
+    });
 }
 BENCHMARK(BM_base64_decode_openssl);
 
@@ -97,11 +97,7 @@ void BM_hex_encode_ku(benchmark::State &state)
 {
     const auto data = random_bytes(kMiB);
     std::vector<char> text(2 * kMiB + 1);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(ku_ascii2hex(data.data(), text.data(), kMiB, 0));
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * kMiB);
+    per_mib(state, [&] { benchmark::DoNotOptimize(ku_ascii2hex(data.data(), text.data(), kMiB, 0)); });
 }
 BENCHMARK(BM_hex_encode_ku);
 
@@ -109,30 +105,30 @@ void BM_hex_encode_snprintf(benchmark::State &state)
 {
     const auto data = random_bytes(kMiB);
     std::vector<char> text(2 * kMiB + 1);
-    for (auto _ : state) {
-        char *out = text.data();
-        for (int i = 0; i < kMiB; ++i) {
-            std::snprintf(out + 2 * i, 3, "%02X", data[static_cast<size_t>(i)]);
+    per_mib(state, [&] {
+        for (size_t i = 0; i < kMiBytes; ++i) {
+            std::snprintf(&text[2 * i], 3, "%02X", data[i]);
         }
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * kMiB);
+    });
 }
 BENCHMARK(BM_hex_encode_snprintf);
 
+std::vector<char> hex_text(const std::vector<unsigned char> &data)
+{
+    std::vector<char> text(2 * data.size() + 1);
+    ku_ascii2hex(data.data(), text.data(), static_cast<int32_t>(data.size()), static_cast<uint32_t>(text.size()));
+    return text;
+}
+
 void BM_hex_decode_ku(benchmark::State &state)
 {
-    const auto data = random_bytes(kMiB);
-    std::vector<char> text(2 * kMiB + 1);
-    ku_ascii2hex(data.data(), text.data(), kMiB, static_cast<uint32_t>(text.size()));
+    const auto text = hex_text(random_bytes(kMiB));
     std::vector<unsigned char> out(kMiB);
-    for (auto _ : state) {
+    per_mib(state, [&] {
         if (ku_hex2ascii(text.data(), out.data(), 2 * kMiB, 0) != kMiB) {
             state.SkipWithError("decode failed");
         }
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * kMiB);
+    });
 }
 BENCHMARK(BM_hex_decode_ku);
 
@@ -140,18 +136,14 @@ BENCHMARK(BM_hex_decode_ku);
 // out so that the parse stops after two characters.
 void BM_hex_decode_strtoul(benchmark::State &state)
 {
-    const auto data = random_bytes(kMiB);
-    std::vector<char> text(2 * kMiB + 1);
-    ku_ascii2hex(data.data(), text.data(), kMiB, static_cast<uint32_t>(text.size()));
+    const auto text = hex_text(random_bytes(kMiB));
     std::vector<unsigned char> out(kMiB);
-    for (auto _ : state) {
-        for (int i = 0; i < kMiB; ++i) {
-            const char pair[3] = {text[2 * static_cast<size_t>(i)], text[2 * static_cast<size_t>(i) + 1], '\0'};
-            out[static_cast<size_t>(i)] = static_cast<unsigned char>(std::strtoul(pair, nullptr, 16));
+    per_mib(state, [&] {
+        for (size_t i = 0; i < kMiBytes; ++i) {
+            const char pair[3] = {text[2 * i], text[2 * i + 1], '\0'};
+            out[i] = static_cast<unsigned char>(std::strtoul(pair, nullptr, 16));
         }
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * kMiB);
+    });
 }
 BENCHMARK(BM_hex_decode_strtoul);
 

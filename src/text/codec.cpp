@@ -1,7 +1,6 @@
-// Hex and Base64 between bytes and text, with all-constexpr lookup tables.
-// The Base64 decoder has a fast path for whole groups of four plain symbols
-// and falls back to a per-character state machine for blanks and padding, so
-// both give exactly the same results and failures.
+// Hex and Base64 between bytes and text over constexpr lookup tables. The
+// Base64 decoder runs whole groups of plain symbols through a fast loop and
+// everything else (blanks, padding, errors, the limit) one character at a time.
 #include "ku/codec.h"
 
 #include <algorithm>
@@ -70,12 +69,15 @@ constexpr std::array<uint8_t, 256> make_hex_digit_table()
     return table;
 }
 
-// Two upper-case hex characters per byte value, stored as one pair.
-constexpr std::array<std::array<char, 2>, 256> make_hex_encode_table()
+// Two characters for every value of 2 * Bits bits, one per half: a byte for
+// hex (Bits 4), 12 bits, half a Base64 group, for Base64 (Bits 6).
+template <unsigned Bits>
+constexpr std::array<std::array<char, 2>, (size_t{1} << (2 * Bits))> make_pair_table(std::string_view alphabet)
 {
-    std::array<std::array<char, 2>, 256> table{};
-    for (size_t byte = 0; byte < 256; ++byte) {
-        table[byte] = {kHexDigits[byte >> 4], kHexDigits[byte & 0x0F]};
+    constexpr size_t kHalfMask = (size_t{1} << Bits) - 1;
+    std::array<std::array<char, 2>, (size_t{1} << (2 * Bits))> table{};
+    for (size_t value = 0; value < table.size(); ++value) {
+        table[value] = {alphabet[value >> Bits], alphabet[value & kHalfMask]};
     }
     return table;
 }
@@ -93,21 +95,12 @@ constexpr std::array<uint8_t, 256> make_base64_decode_table()
     return table;
 }
 
-// Two Base64 characters for every 12-bit value: one lookup per half group.
-constexpr std::array<std::array<char, 2>, 4096> make_base64_encode_table()
-{
-    std::array<std::array<char, 2>, 4096> table{};
-    for (size_t bits = 0; bits < 4096; ++bits) {
-        table[bits] = {kBase64Alphabet[bits >> 6], kBase64Alphabet[bits & 0x3F]};
-    }
-    return table;
-}
-
 constexpr auto kHexPairTable = make_hex_pair_table();
 constexpr auto kHexDigitTable = make_hex_digit_table();
-constexpr auto kHexEncodeTable = make_hex_encode_table();
+// Upper-case only: places 0 to 15 of the digit table.
+constexpr auto kHexEncodeTable = make_pair_table<4>(kHexDigits);
 constexpr auto kBase64DecodeTable = make_base64_decode_table();
-constexpr auto kBase64EncodeTable = make_base64_encode_table();
+constexpr auto kBase64EncodeTable = make_pair_table<6>(kBase64Alphabet);
 
 static_assert(kHexPairTable[':'] == 10 && kHexPairTable['?'] == 15);
 static_assert(kHexPairTable['@'] == kHexInvalid && kHexPairTable['G'] == kHexInvalid);
@@ -115,6 +108,17 @@ static_assert(kHexPairTable['f'] == 15 && kHexPairTable['g'] == kHexInvalid);
 static_assert(kHexPairTable[0x80] == kHexInvalid && kHexPairTable[0] == kHexInvalid);
 static_assert(kHexDigitTable['f'] == 15 && kHexDigitTable[':'] == kHexInvalid);
 static_assert(kBase64DecodeTable['='] == kPad && kBase64DecodeTable['/'] == 63);
+static_assert(kHexEncodeTable[0xAF][0] == 'A' && kHexEncodeTable[0xAF][1] == 'F');
+static_assert(kBase64EncodeTable[4095][0] == '/' && kBase64EncodeTable[1][1] == 'B');
+
+// The hex functions clear dst_size bytes first; with a size of 0 the area may
+// be null, which memset must not see.
+inline void clear(void *area, uint32_t size) noexcept
+{
+    if (size != 0) {
+        std::memset(area, 0, size);
+    }
+}
 
 // Decodes up to `groups` groups of four plain symbols (no padding, no blank)
 // and stops at the first group that is not one. Returns the groups decoded.
@@ -176,11 +180,12 @@ extern "C" {
 KU_API uint32_t ku_hex2ascii(const char *src, void *dst, uint32_t src_len, uint32_t dst_size) noexcept
 {
     auto *out = static_cast<unsigned char *>(dst);
-    std::memset(out, 0, dst_size);
+    clear(out, dst_size);
     const auto *in = reinterpret_cast<const unsigned char *>(src);
+    // An odd length takes one more pair, whose low digit lies behind src_len.
+    const uint32_t pairs = src_len / 2 + (src_len & 1);
     uint32_t decoded = 0;
-    // Compared in 64 bits: 2 * decoded must not wrap for a huge src_len.
-    while (2 * static_cast<uint64_t>(decoded) < src_len) {
+    while (decoded < pairs) {
         const uint8_t high = kHexPairTable[in[0]];
         const uint8_t low = kHexPairTable[in[1]];
         if (((high | low) & kHexInvalid) != 0) {
@@ -194,7 +199,7 @@ KU_API uint32_t ku_hex2ascii(const char *src, void *dst, uint32_t src_len, uint3
 
 KU_API int32_t ku_ascii2hex(const void *src, char *dst, int32_t src_len, uint32_t dst_size) noexcept
 {
-    std::memset(dst, 0, dst_size);
+    clear(dst, dst_size);
     if (src_len < 0) {
         return 0;
     }
