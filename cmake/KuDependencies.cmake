@@ -11,4 +11,6 @@ find_library(KU_RESAMPLE_LIBRARY resample REQUIRED)
 add_library(ku_resample UNKNOWN IMPORTED)
 set_target_properties(ku_resample PROPERTIES
   IMPORTED_LOCATION "${KU_RESAMPLE_LIBRARY}"
-  INTERFACE_INCLUDE_DIRECTORIES "${KU_RESAMPLE_INCLUDE_DIR}")
+  INTERFACE_INCLUDE_DIRECTORIES "${KU_RESAMPLE_INCLUDE_DIR}"
+  # libresample.so uses libm without recording it as needed.
+  INTERFACE_LINK_LIBRARIES m)

@@ -37,7 +37,8 @@ set_target_properties(ku_shared PROPERTIES
 target_include_directories(ku_shared PUBLIC
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_link_libraries(ku_shared PRIVATE ${KU_PRIVATE_LIBS} ku_resample)
+# libresample is public: applications call its functions through libku.
+target_link_libraries(ku_shared PRIVATE ${KU_PRIVATE_LIBS} PUBLIC ku_resample)
 if(NOT KU_SANITIZE AND NOT KU_TSAN)
   target_link_options(ku_shared PRIVATE -Wl,--no-undefined -Wl,--as-needed)
 endif()

@@ -29,6 +29,7 @@
 #include "ku/https.h"
 /* audio */
 #include "ku/miniresample.h"
+#include "ku/resample.h"
 /* plug-ins */
 #include "ku/plugin.h"
 

@@ -2,6 +2,7 @@
 # Installs the built tree into a temporary prefix and builds a C and a C++
 # consumer against the installed copy only: once through pkg-config, once
 # through find_package(ku). Each consumer must run and print its greeting.
+# The resample consumer calls libresample's functions while naming only ku.
 set -eu
 build=$1 consumer=$2
 work=$(mktemp -d)
@@ -26,12 +27,18 @@ check_run() {
 # pkg-config, shared
 cc  -std=c11   -Wall -Werror "$consumer/consumer.c"   -o "$work/c_pc"   $(pkg-config --cflags --libs ku)
 c++ -std=c++20 -Wall -Werror "$consumer/consumer.cpp" -o "$work/cxx_pc" $(pkg-config --cflags --libs ku)
+# libresample's functions, reached through ku.pc alone
+cc  -std=c11   -Wall -Werror "$consumer/resample_consumer.c" -o "$work/resample_pc" $(pkg-config --cflags --libs ku)
 check_run "$work/c_pc"
 check_run "$work/cxx_pc"
+check_run "$work/resample_pc"
 # pkg-config, static
 cc -std=c11 -Wall -Werror "$consumer/consumer.c" -o "$work/c_static" $(pkg-config --cflags ku) \
    -Wl,-Bstatic -lku -Wl,-Bdynamic $(pkg-config --static --libs ku | sed "s/-lku //")
 check_run "$work/c_static"
+cc -std=c11 -Wall -Werror "$consumer/resample_consumer.c" -o "$work/resample_static" $(pkg-config --cflags ku) \
+   -Wl,-Bstatic -lku -Wl,-Bdynamic $(pkg-config --static --libs ku | sed "s/-lku //")
+check_run "$work/resample_static"
 
 # find_package
 cmake -S "$consumer" -B "$work/cm" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" > "$work/cm.log" 2>&1 ||
@@ -40,3 +47,5 @@ cmake --build "$work/cm" > "$work/cm-build.log" 2>&1 || { cat "$work/cm-build.lo
 check_run "$work/cm/consumer_c"
 check_run "$work/cm/consumer_cxx"
 check_run "$work/cm/consumer_static"
+check_run "$work/cm/consumer_resample"
+check_run "$work/cm/consumer_resample_static"
