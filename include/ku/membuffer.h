@@ -35,7 +35,8 @@ typedef struct memptr {
 } memptr;
 
 /* Heap copy of exactly len bytes of s (zero bytes included) plus a zero byte
- * at index len. Null when malloc fails. The caller frees it with free(). */
+ * at index len (s may be null when len is 0). Null when malloc fails. The
+ * caller frees it with free(). */
 KU_API char *str_alloc(const char *s, size_t len) KU_NOEXCEPT;
 
 /* strncmp of the slice against s over the slice's length; a non-zero result

@@ -5,6 +5,8 @@
 
 #include <pthread.h>
 
+#include "containers/locked_internal.h"
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -18,22 +20,7 @@ struct ku_circle_buf {
 
 namespace {
 
-// Holds the handle's mutex for one operation; `held` is false when the lock
-// could not be taken, and the operation then refuses.
-struct Locked {
-    explicit Locked(pthread_mutex_t *mutex) noexcept : mutex(mutex), held(pthread_mutex_lock(mutex) == 0) {}
-    ~Locked()
-    {
-        if (held) {
-            pthread_mutex_unlock(mutex);
-        }
-    }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-
-    pthread_mutex_t *mutex;
-    bool held;
-};
+using ku::containers::Locked;
 
 // A record supplied by the caller is taken on trust; one that could send a
 // copy outside the storage is refused instead of followed.

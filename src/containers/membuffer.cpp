@@ -128,11 +128,18 @@ int insert(membuffer *m, const void *src, size_t src_len, size_t index) noexcept
     return 0;
 }
 
-// True when the first `length` bytes compared equal and s goes on beyond
-// them: the slice is a proper prefix of s and sorts first.
-bool slice_is_proper_prefix(const memptr *p, const char *s) noexcept
+// strncmp or strncasecmp over the slice; when equal so far, a slice that is
+// a proper prefix of s sorts first.
+template <int (*compare)(const char *, const char *, size_t)>
+int compare_slice(const memptr *p, const char *s) noexcept
 {
-    return strnlen(s, p->length + 1) > p->length;
+    if (p->length != 0) {
+        const int order = compare(p->data, s, p->length);
+        if (order != 0) {
+            return order;
+        }
+    }
+    return strnlen(s, p->length + 1) > p->length ? -1 : 0;
 }
 
 }  // namespace
@@ -148,31 +155,21 @@ KU_API char *str_alloc(const char *s, size_t len) noexcept
     if (block == nullptr) {
         return nullptr;
     }
-    memcpy(block, s, len);
+    if (len != 0) {
+        memcpy(block, s, len);
+    }
     block[len] = '\0';
     return block;
 }
 
 KU_API int memptr_cmp(const memptr *p, const char *s) noexcept
 {
-    if (p->length != 0) {
-        const int order = strncmp(p->data, s, p->length);
-        if (order != 0) {
-            return order;
-        }
-    }
-    return slice_is_proper_prefix(p, s) ? -1 : 0;
+    return compare_slice<strncmp>(p, s);
 }
 
 KU_API int memptr_cmp_nocase(const memptr *p, const char *s) noexcept
 {
-    if (p->length != 0) {
-        const int order = strncasecmp(p->data, s, p->length);
-        if (order != 0) {
-            return order;
-        }
-    }
-    return slice_is_proper_prefix(p, s) ? -1 : 0;
+    return compare_slice<strncasecmp>(p, s);
 }
 
 KU_API void membuffer_init(membuffer *m) noexcept
