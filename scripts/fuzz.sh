@@ -32,7 +32,7 @@ for target in "${targets[@]}"; do
   echo "=== fuzz $target for ${seconds}s"
   if ! (cd build-fuzz/findings &&
         ASAN_OPTIONS=detect_leaks=1 ../"${target}_fuzz" -max_total_time="$seconds" \
-          -print_final_stats=1 -artifact_prefix="$PWD/${target}-" "${dict[@]}" \
+          -print_final_stats=1 -close_fd_mask=3 -artifact_prefix="$PWD/${target}-" "${dict[@]}" \
           "$work" 2>&1 | tail -n 20); then
     echo "FINDING in $target (inputs under build-fuzz/findings/)" >&2
     status=1
