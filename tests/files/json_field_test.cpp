@@ -9,6 +9,7 @@
 
 #include "ku/json.h"
 #include "support/alloc_control.h"
+#include "support/strdup_via_malloc.h"
 
 using ku_test::AllocControl;
 
@@ -218,6 +219,7 @@ TEST(JsonWrite, SetObjStoresAnyValue)
 TEST(JsonWrite, FailedAddReleasesTheNewValue)
 {
     KU_REQUIRE_ALLOC_CONTROL();
+    ku_test::use_strdup_via_malloc();
     Doc doc(R"({"a": 1})");
     ASSERT_NE(doc, nullptr);
     {
@@ -422,6 +424,7 @@ TEST(JsonArraySet, RefusalsLeaveTheDocumentUnchanged)
 TEST(JsonArraySet, OutOfMemoryLeavesTheDocumentUnchanged)
 {
     KU_REQUIRE_ALLOC_CONTROL();
+    ku_test::use_strdup_via_malloc();
     Doc doc(R"({"v": 1, "list": [{"f": 1}]})");
     ASSERT_NE(doc, nullptr);
     // Each allocation of the second and third ways in turn; a leak of the

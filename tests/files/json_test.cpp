@@ -12,6 +12,7 @@
 
 #include "ku/json.h"
 #include "support/alloc_control.h"
+#include "support/strdup_via_malloc.h"
 #include "support/capture.h"
 #include "support/temp_dir.h"
 
@@ -455,6 +456,7 @@ long parse_allocations(const char *text)
 TEST_F(JsonFiles, FailedHandleReleasesTheParsedTree)
 {
     KU_REQUIRE_ALLOC_CONTROL();
+    ku_test::use_strdup_via_malloc();
     const char *text = R"({"a": [1, 2, {"b": "c"}]})";
     const long parse = parse_allocations(text);
     ASSERT_GT(parse, 0);
@@ -468,6 +470,7 @@ TEST_F(JsonFiles, FailedHandleReleasesTheParsedTree)
 TEST_F(JsonFiles, FailedPathCopyStillGivesTheHandle)
 {
     KU_REQUIRE_ALLOC_CONTROL();
+    ku_test::use_strdup_via_malloc();
     const std::string path = tmp.write("a.json", R"({"a": 1})");
     long load = 0;
     {
@@ -492,6 +495,7 @@ TEST_F(JsonFiles, FailedPathCopyStillGivesTheHandle)
 TEST_F(JsonFiles, CreateWithoutTreeBehavesAsNoDocument)
 {
     KU_REQUIRE_ALLOC_CONTROL();
+    ku_test::use_strdup_via_malloc();
     ku_json_doc *doc = nullptr;
     {
         AllocControl alloc;
@@ -513,6 +517,7 @@ TEST_F(JsonFiles, CreateWithoutTreeBehavesAsNoDocument)
 TEST_F(JsonFiles, CreateGivesNullWhenTheHandleCannotBeMade)
 {
     KU_REQUIRE_ALLOC_CONTROL();
+    ku_test::use_strdup_via_malloc();
     AllocControl alloc;
     alloc.fail(ku_test::kAnyAlloc, 0, 1);
     EXPECT_EQ(ku_json_create(), nullptr);
