@@ -13,30 +13,14 @@
 #include <deque>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "ku/circle_buf.h"
 
 namespace {
 
-struct Input {
-    const uint8_t *data;
-    size_t size;
-    uint8_t byte()
-    {
-        if (size == 0) return 0;
-        --size;
-        return *data++;
-    }
-    int32_t word()
-    {
-        uint32_t value = 0;
-        for (int k = 0; k < 4; ++k) value = value << 8 | byte();
-        return static_cast<int32_t>(value);
-    }
-};
-
-void fail_unless(bool ok)
+int32_t word(Input &in)
 {
-    if (!ok) abort();
+    return static_cast<int32_t>(static_cast<uint32_t>(in.number(4)));
 }
 
 struct Model {
@@ -67,10 +51,12 @@ struct Model {
         readable += n;
     }
 
-    void take(int32_t n)
+    // A read or skip of n bytes; the positions are known only when the
+    // storage is ours.
+    void take(int32_t n, bool own_memory)
     {
         content.erase(content.begin(), content.begin() + n);
-        read_pos = (read_pos + n) % capacity;
+        if (own_memory) read_pos = (read_pos + n) % capacity;
         readable -= n;
     }
 };
@@ -89,7 +75,7 @@ void check_state(const ku_circle_buf_state &state, const uint8_t *data, const Mo
 // transfer, report no room and no content, and leave the memory alone.
 void run_unusable(Input &in)
 {
-    ku_circle_buf_state state{in.word(), in.word(), in.word(), static_cast<int32_t>(in.byte() % 17), 0};
+    ku_circle_buf_state state{word(in), word(in), word(in), static_cast<int32_t>(in.byte() % 17), 0};
     if (in.byte() & 1) state.capacity = -state.capacity;
     const bool usable = state.capacity > 0 && state.readable >= 0 && state.readable <= state.capacity &&
                         state.read_pos >= 0 && state.read_pos < state.capacity && state.write_pos >= 0 &&
@@ -174,14 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             if (fits && n > 0 && n <= model.readable) {
                 fail_unless(result == n);
                 for (int32_t i = 0; i < n; ++i) fail_unless(buffer[static_cast<size_t>(i)] == model.content[static_cast<size_t>(i)]);
-                if (op == 2) {
-                    if (own_memory) {
-                        model.take(n);
-                    } else {
-                        model.content.erase(model.content.begin(), model.content.begin() + n);
-                        model.readable -= n;
-                    }
-                }
+                if (op == 2) model.take(n, own_memory);
             } else {
                 fail_unless(result == 0);
             }
@@ -191,12 +170,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             const int32_t result = circle_buf_skip(cb, n);
             if (fits && n > 0 && n <= model.readable) {
                 fail_unless(result == n);
-                if (own_memory) {
-                    model.take(n);
-                } else {
-                    model.content.erase(model.content.begin(), model.content.begin() + n);
-                    model.readable -= n;
-                }
+                model.take(n, own_memory);
             } else {
                 fail_unless(result == 0);
             }

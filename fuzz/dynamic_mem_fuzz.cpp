@@ -9,25 +9,10 @@
 #include <cstring>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "ku/dynamic_mem.h"
 
 namespace {
-
-struct Input {
-    const uint8_t *data;
-    size_t size;
-    uint8_t byte()
-    {
-        if (size == 0) return 0;
-        --size;
-        return *data++;
-    }
-};
-
-void fail_unless(bool ok)
-{
-    if (!ok) abort();
-}
 
 // The model's loops stay out of the coverage feedback: they only slow the
 // search down.

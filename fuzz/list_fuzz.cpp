@@ -6,16 +6,8 @@
 #include <cstdlib>
 #include <deque>
 
+#include "fuzz_support.h"
 #include "ku/list.h"
-
-namespace {
-
-void fail_unless(bool ok)
-{
-    if (!ok) abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

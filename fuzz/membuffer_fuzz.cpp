@@ -7,21 +7,16 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz_support.h"
 #include "ku/membuffer.h"
 
 namespace {
 
-struct Input {
-    const uint8_t *data;
-    size_t size;
-    uint8_t byte()
-    {
-        if (size == 0) return 0;
-        --size;
-        return *data++;
-    }
-    size_t small() { return static_cast<size_t>(byte()) << 2 | (byte() & 3); }
-};
+// A length below 1024 from two bytes.
+size_t small(Input &in)
+{
+    return static_cast<size_t>(in.byte()) << 2 | (in.byte() & 3);
+}
 
 struct Model {
     std::string content;
@@ -42,11 +37,6 @@ struct Model {
         has_block = true;
     }
 };
-
-void fail_unless(bool ok)
-{
-    if (!ok) abort();
-}
 
 void check(const membuffer &m, const Model &model, bool terminated)
 {
@@ -70,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     membuffer m;
     membuffer_init(&m);
     Model model;
-    char chunk[1040];  // small() < 1024, plus the offsets below
+    char chunk[1040];  // small(in) < 1024, plus the offsets below
     for (size_t i = 0; i < sizeof chunk; ++i) chunk[i] = static_cast<char>('a' + i % 26);
 
     while (in.size > 0) {
@@ -78,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         bool terminated = false;
         switch (op) {
         case 0: {  // append
-            const size_t n = in.small();
+            const size_t n = small(in);
             fail_unless(membuffer_append(&m, chunk, n) == 0);
             if (n > 0) {
                 model.set_size(model.content.size() + n);
@@ -88,8 +78,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             break;
         }
         case 1: {  // insert, sometimes at a bad index
-            const size_t n = in.small();
-            const size_t index = in.small();
+            const size_t n = small(in);
+            const size_t index = small(in);
             const int result = membuffer_insert(&m, chunk + 7, n, index);
             if (index > model.content.size()) {
                 fail_unless(result == -1);
@@ -105,11 +95,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         }
         case 2: {  // delete from a valid index
             if (model.content.empty()) {
-                membuffer_delete(&m, in.small(), in.small());
+                membuffer_delete(&m, small(in), small(in));
                 break;
             }
-            const size_t index = in.small() % (model.content.size() + 1);
-            const size_t count = in.small();
+            const size_t index = small(in) % (model.content.size() + 1);
+            const size_t count = small(in);
             const size_t cut = std::min(count, model.content.size() - index);
             const size_t new_length = model.content.size() - cut;
             membuffer_delete(&m, index, count);
@@ -119,7 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             break;
         }
         case 3: {  // assign
-            const size_t n = in.small();
+            const size_t n = small(in);
             fail_unless(membuffer_assign(&m, chunk + 3, n) == 0);
             model.set_size(n);
             model.content.assign(chunk + 3, n);
@@ -127,13 +117,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             break;
         }
         case 4:  // assign null empties and frees
-            fail_unless(membuffer_assign(&m, nullptr, in.small()) == 0);
+            fail_unless(membuffer_assign(&m, nullptr, small(in)) == 0);
             model = Model{};
             fail_unless(m.data == nullptr);
             break;
         case 5: {  // set_size changes the block only (below length it would
                    // break length <= capacity: the caller's to avoid)
-            const size_t n = model.content.size() + in.small();
+            const size_t n = model.content.size() + small(in);
             const size_t before = m.length;
             fail_unless(membuffer_set_size(&m, n) == 0);
             model.set_size(n);
@@ -152,7 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             break;
         }
         case 7: {  // attach a block of our own (room for the terminator)
-            const size_t n = in.small();
+            const size_t n = small(in);
             char *block = static_cast<char *>(malloc(n + 1));
             std::memcpy(block, chunk + 11, n);
             membuffer_attach(&m, block, n);
