@@ -1,6 +1,6 @@
-// JSON field access: an object layer on raw json-c values and a document
-// layer that applies it to a document's top value. Every writer deletes the
-// old value before it adds the new one, so a replaced key moves to the end.
+// JSON field access: readers, writers, printers and array setters on a raw
+// json_object, each with a twin that applies it to a document's root.
+// A writer always deletes before it adds, so a replaced key moves to the end.
 #include <cstdlib>
 #include <cstring>
 
@@ -9,49 +9,55 @@
 namespace {
 
 using ku_json_internal::root_of;
+using ku_json_internal::TreeRef;
 
-// Slashes stay bare in printed text; only a saved file escapes them.
+// Compact JSON without the "\/" escape; json_object_to_file has no such flag,
+// so saved files and printed texts differ in their slashes.
 constexpr int kPrintFlags = JSON_C_TO_STRING_NOSLASHESCAPE;
 
-bool is_object(json_object *obj) noexcept
-{
-    return json_object_is_type(obj, json_type_object) != 0;
-}
-
-char *copy_of(const char *text) noexcept
+char *dup_or_null(const char *text) noexcept
 {
     return text != nullptr ? strdup(text) : nullptr;
 }
 
-// Readers: json_object_object_get gives null for a null or non-object
-// `obj`, an absent key and a JSON null value alike.
+// The value under key; JSON null, a null key and a non-object obj all give
+// null, which every reader treats as absent.
+json_object *value_of(json_object *obj, const char *key) noexcept
+{
+    return key != nullptr ? json_object_object_get(obj, key) : nullptr;
+}
+
 int get_int(json_object *obj, const char *key) noexcept
 {
-    json_object *value = json_object_object_get(obj, key);
+    json_object *value = value_of(obj, key);
     return value != nullptr ? json_object_get_int(value) : 0;
 }
 
 int64_t get_int64(json_object *obj, const char *key) noexcept
 {
-    json_object *value = json_object_object_get(obj, key);
+    json_object *value = value_of(obj, key);
     return value != nullptr ? json_object_get_int64(value) : 0;
 }
 
 const char *get_string(json_object *obj, const char *key) noexcept
 {
-    json_object *value = json_object_object_get(obj, key);
+    json_object *value = value_of(obj, key);
     return value != nullptr ? json_object_get_string(value) : nullptr;
 }
 
-// Puts `value` (just made, owned here; null when making it failed) under
-// `key`. The old entry is deleted first: adding over it would keep its place
-// in json-c's insertion order. If the add itself fails the value is
-// released, and the old one is gone too.
-int replace(json_object *obj, const char *key, json_object *value) noexcept
+// Replaces obj[key] with the value that make() returns (null: refused). The
+// value is made before the old one is touched, so a refusal changes nothing.
+template <typename MakeValue>
+int replace_field(json_object *obj, const char *key, MakeValue make) noexcept
 {
+    if (key == nullptr || !json_object_is_type(obj, json_type_object)) {
+        return -1;
+    }
+    json_object *value = make();
     if (value == nullptr) {
         return -1;
     }
+    // Delete, then add: an add over the old entry would keep the key's place.
     json_object_object_del(obj, key);
     if (json_object_object_add(obj, key, value) != 0) {
         json_object_put(value);
@@ -60,86 +66,95 @@ int replace(json_object *obj, const char *key, json_object *value) noexcept
     return 0;
 }
 
-// The refusals every writer shares. json-c's object calls would treat any
-// other value as an object, and an array document is a valid document.
-bool writable(json_object *obj, const char *key) noexcept
+auto int_maker(int value) noexcept
 {
-    return key != nullptr && is_object(obj);
+    return [value]() noexcept { return json_object_new_int(value); };
 }
 
-json_object *new_string(const char *value) noexcept
+auto int64_maker(int64_t value) noexcept
 {
-    return json_object_new_string(value);
+    return [value]() noexcept { return json_object_new_int64(value); };
 }
 
-// Parsed text of any value; the JSON text null parses to a null pointer
-// and so is refused like text that doesn't parse.
-json_object *parsed(const char *text) noexcept
+auto string_maker(const char *value) noexcept
 {
-    return json_tokener_parse(text);
+    return [value]() noexcept { return value != nullptr ? json_object_new_string(value) : nullptr; };
 }
 
-// A new object holding `field`: `value`; takes `value` (null: failed).
-json_object *new_element(const char *field, json_object *value) noexcept
+auto parse_maker(const char *text) noexcept
 {
-    if (value == nullptr) {
+    return [text]() noexcept { return text != nullptr ? json_tokener_parse(text) : nullptr; };
+}
+
+int del_key(json_object *obj, const char *key) noexcept
+{
+    if (value_of(obj, key) == nullptr) {
+        return 0;
+    }
+    json_object_object_del(obj, key);
+    return 1;
+}
+
+const char *print_ref(json_object *obj) noexcept
+{
+    return json_object_to_json_string_ext(obj, kPrintFlags);
+}
+
+// A new object {field: value}, or null when any part of it can't be made.
+template <typename MakeValue>
+json_object *new_element(const char *field, MakeValue make) noexcept
+{
+    TreeRef value{make()};
+    if (value.tree == nullptr) {
         return nullptr;
     }
-    json_object *element = json_object_new_object();
-    if (element == nullptr || json_object_object_add(element, field, value) != 0) {
-        json_object_put(value);
-        json_object_put(element);
+    TreeRef element{json_object_new_object()};
+    if (element.tree == nullptr || json_object_object_add(element.tree, field, value.tree) != 0) {
         return nullptr;
     }
-    return element;
+    value.release();
+    return element.release();
 }
 
-// The three ways of the array setters. `set_field` replaces the field of an
-// existing element; `make` makes the value for a new element.
-template <typename Value>
-int array_set(ku_json_doc *doc, const char *key, int index, const char *field, Value value,
-              int (*set_field)(json_object *, const char *, Value),
-              json_object *(*make)(Value)) noexcept
+// The three ways of the array setters: replace in the element at index,
+// else append to the existing array, else make the array.
+template <typename MakeValue>
+int set_array_field(ku_json_doc *doc, const char *key, int index, const char *field,
+                    MakeValue make) noexcept
 {
-    json_object *root = doc->root;
-    if (key == nullptr || field == nullptr || !is_object(root)) {
+    json_object *root = root_of(doc);
+    if (key == nullptr || field == nullptr || !json_object_is_type(root, json_type_object)) {
         return -1;
     }
-    // 1: element `index` exists and is changed in place.
-    if (json_object *element = ku_json_array_get_obj(doc, key, index)) {
-        return set_field(element, field, value);
+    json_object *element = ku_json_array_get_obj(doc, key, index);
+    if (element != nullptr) {
+        return replace_field(element, field, make);
     }
+
     json_object *array = json_object_object_get(root, key);
     if (array != nullptr && !json_object_is_type(array, json_type_array)) {
         return -1;
     }
-    json_object *element = new_element(field, make(value));
-    if (element == nullptr) {
+    TreeRef fresh{new_element(field, make)};
+    if (fresh.tree == nullptr) {
         return -1;
     }
-    // 2: the array exists; the new element goes to its end, no fillers.
     if (array != nullptr) {
-        if (json_object_array_add(array, element) != 0) {
-            json_object_put(element);
+        if (json_object_array_add(array, fresh.tree) != 0) {
             return -1;
         }
+        fresh.release();
         return 0;
     }
-    // 3: no array yet; `key` gets one holding the new element.
-    array = json_object_new_array();
-    if (array == nullptr) {
-        json_object_put(element);
+    TreeRef new_array{json_object_new_array()};
+    if (new_array.tree == nullptr || json_object_array_add(new_array.tree, fresh.tree) != 0) {
         return -1;
     }
-    if (json_object_array_add(array, element) != 0) {
-        json_object_put(element);
-        json_object_put(array);
+    fresh.release();
+    if (json_object_object_add(root, key, new_array.tree) != 0) {
         return -1;
     }
-    if (json_object_object_add(root, key, array) != 0) {
-        json_object_put(array);
-        return -1;
-    }
+    new_array.release();
     return 0;
 }
 
@@ -147,7 +162,7 @@ int array_set(ku_json_doc *doc, const char *key, int index, const char *field, V
 
 extern "C" {
 
-// --- Readers ---------------------------------------------------------------
+// ---- Readers ----------------------------------------------------------------
 
 KU_API int ku_json_obj_get_int(json_object *obj, const char *key) noexcept
 {
@@ -156,8 +171,7 @@ KU_API int ku_json_obj_get_int(json_object *obj, const char *key) noexcept
 
 KU_API int ku_json_get_int(ku_json_doc *doc, const char *key) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? get_int(root, key) : 0;
+    return get_int(root_of(doc), key);
 }
 
 KU_API int64_t ku_json_obj_get_int64(json_object *obj, const char *key) noexcept
@@ -167,154 +181,135 @@ KU_API int64_t ku_json_obj_get_int64(json_object *obj, const char *key) noexcept
 
 KU_API int64_t ku_json_get_int64(ku_json_doc *doc, const char *key) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? get_int64(root, key) : 0;
+    return get_int64(root_of(doc), key);
 }
 
-KU_API const char *ku_json_obj_get_string(json_object *obj, const char *key) noexcept
+// The borrowed texts are handed out as plain char pointers, as callers of
+// this interface have always received them; they must not be written to.
+KU_API char *ku_json_obj_get_string(json_object *obj, const char *key) noexcept
 {
-    return get_string(obj, key);
+    return const_cast<char *>(get_string(obj, key));
 }
 
-KU_API const char *ku_json_get_string(ku_json_doc *doc, const char *key) noexcept
+KU_API char *ku_json_get_string(ku_json_doc *doc, const char *key) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? get_string(root, key) : nullptr;
+    return const_cast<char *>(get_string(root_of(doc), key));
 }
 
 KU_API char *ku_json_obj_dup_string(json_object *obj, const char *key) noexcept
 {
-    return copy_of(get_string(obj, key));
+    return dup_or_null(get_string(obj, key));
 }
 
 KU_API char *ku_json_dup_string(ku_json_doc *doc, const char *key) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? copy_of(get_string(root, key)) : nullptr;
+    return dup_or_null(get_string(root_of(doc), key));
 }
 
 KU_API json_object *ku_json_obj_get_obj(json_object *obj, const char *key) noexcept
 {
-    return json_object_object_get(obj, key);
+    return value_of(obj, key);
 }
 
 KU_API json_object *ku_json_get_obj(ku_json_doc *doc, const char *key) noexcept
 {
-    // No test of `doc` here, by contract; a null tree reads as absent.
-    return json_object_object_get(doc->root, key);
+    return value_of(doc->root, key);
 }
 
-// --- Writers ---------------------------------------------------------------
+// ---- Writers ----------------------------------------------------------------
 
 KU_API int ku_json_obj_set_int(json_object *obj, const char *key, int value) noexcept
 {
-    return writable(obj, key) ? replace(obj, key, json_object_new_int(value)) : -1;
+    return replace_field(obj, key, int_maker(value));
 }
 
 KU_API int ku_json_set_int(ku_json_doc *doc, const char *key, int value) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? ku_json_obj_set_int(root, key, value) : -1;
+    return replace_field(root_of(doc), key, int_maker(value));
 }
 
 KU_API int ku_json_obj_set_int64(json_object *obj, const char *key, int64_t value) noexcept
 {
-    return writable(obj, key) ? replace(obj, key, json_object_new_int64(value)) : -1;
+    return replace_field(obj, key, int64_maker(value));
 }
 
 KU_API int ku_json_set_int64(ku_json_doc *doc, const char *key, int64_t value) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? ku_json_obj_set_int64(root, key, value) : -1;
+    return replace_field(root_of(doc), key, int64_maker(value));
 }
 
 KU_API int ku_json_obj_set_string(json_object *obj, const char *key, const char *value) noexcept
 {
-    if (value == nullptr || !writable(obj, key)) {
-        return -1;
-    }
-    return replace(obj, key, new_string(value));
+    return replace_field(obj, key, string_maker(value));
 }
 
 KU_API int ku_json_set_string(ku_json_doc *doc, const char *key, const char *value) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? ku_json_obj_set_string(root, key, value) : -1;
+    return replace_field(root_of(doc), key, string_maker(value));
 }
 
 KU_API int ku_json_obj_set_obj(json_object *obj, const char *key, const char *text) noexcept
 {
-    if (text == nullptr || !writable(obj, key)) {
-        return -1;
-    }
-    return replace(obj, key, parsed(text));
+    return replace_field(obj, key, parse_maker(text));
 }
 
 KU_API int ku_json_set_obj(ku_json_doc *doc, const char *key, const char *text) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? ku_json_obj_set_obj(root, key, text) : -1;
+    return replace_field(root_of(doc), key, parse_maker(text));
 }
 
-// --- Printers --------------------------------------------------------------
+// ---- Printers ---------------------------------------------------------------
 
 KU_API char *ku_json_obj_string_dup(json_object *obj) noexcept
 {
-    return copy_of(json_object_to_json_string_ext(obj, kPrintFlags));
+    return dup_or_null(print_ref(obj));
 }
 
 KU_API char *ku_json_string_dup(ku_json_doc *doc) noexcept
 {
     json_object *root = root_of(doc);
-    return root != nullptr ? ku_json_obj_string_dup(root) : nullptr;
+    return root != nullptr ? dup_or_null(print_ref(root)) : nullptr;
 }
 
-KU_API const char *ku_json_obj_string_ref(json_object *obj) noexcept
+KU_API char *ku_json_obj_string_ref(json_object *obj) noexcept
 {
-    return json_object_to_json_string_ext(obj, kPrintFlags);
+    return const_cast<char *>(print_ref(obj));
 }
 
-KU_API const char *ku_json_string_ref(ku_json_doc *doc) noexcept
+KU_API char *ku_json_string_ref(ku_json_doc *doc) noexcept
 {
     json_object *root = root_of(doc);
-    return root != nullptr ? ku_json_obj_string_ref(root) : nullptr;
+    return root != nullptr ? const_cast<char *>(print_ref(root)) : nullptr;
 }
 
 KU_API char *ku_json_obj_dup_obj_string(json_object *obj) noexcept
 {
-    return copy_of(json_object_get_string(obj));
+    return dup_or_null(json_object_get_string(obj));
 }
 
-// --- Keys ------------------------------------------------------------------
+// ---- Keys -------------------------------------------------------------------
 
 KU_API int ku_json_obj_del_obj(json_object *obj, const char *key) noexcept
 {
-    // A JSON null value is found as nothing, so such a key stays.
-    if (key == nullptr || json_object_object_get(obj, key) == nullptr) {
-        return 0;
-    }
-    json_object_object_del(obj, key);
-    return 1;
+    return del_key(obj, key);
 }
 
 KU_API int ku_json_del_obj(ku_json_doc *doc, const char *key) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? ku_json_obj_del_obj(root, key) : 0;
+    return del_key(root_of(doc), key);
 }
 
 KU_API int ku_json_obj_key_exist(json_object *obj, const char *key) noexcept
 {
-    return key != nullptr && json_object_object_get(obj, key) != nullptr ? 1 : 0;
+    return value_of(obj, key) != nullptr ? 1 : 0;
 }
 
 KU_API int ku_json_is_key_exist(ku_json_doc *doc, const char *key) noexcept
 {
-    json_object *root = root_of(doc);
-    return root != nullptr ? ku_json_obj_key_exist(root, key) : 0;
+    return value_of(root_of(doc), key) != nullptr ? 1 : 0;
 }
 
-// --- Raw arrays ------------------------------------------------------------
+// ---- Raw arrays -------------------------------------------------------------
 
 KU_API int ku_json_object_is_array(json_object *obj) noexcept
 {
@@ -323,34 +318,32 @@ KU_API int ku_json_object_is_array(json_object *obj) noexcept
 
 KU_API int ku_json_obj_array_get_length(json_object *obj) noexcept
 {
+    if (!json_object_is_type(obj, json_type_array)) {
+        return 0;
+    }
     return static_cast<int>(json_object_array_length(obj));
 }
 
 KU_API json_object *ku_json_obj_array_get_obj(json_object *obj, int index) noexcept
 {
-    if (index < 0) {
+    if (index < 0 || !json_object_is_type(obj, json_type_array)) {
         return nullptr;
     }
     return json_object_array_get_idx(obj, static_cast<size_t>(index));
 }
 
-// --- Array setters ---------------------------------------------------------
+// ---- Array setters ----------------------------------------------------------
 
 KU_API int ku_json_array_set_int(ku_json_doc *doc, const char *key, int index, const char *field,
                                  int value) noexcept
 {
-    return array_set<int>(doc, key, index, field, value, ku_json_obj_set_int,
-                          json_object_new_int);
+    return set_array_field(doc, key, index, field, int_maker(value));
 }
 
-KU_API int ku_json_array_set_string(ku_json_doc *doc, const char *key, int index,
-                                    const char *field, const char *value) noexcept
+KU_API int ku_json_array_set_string(ku_json_doc *doc, const char *key, int index, const char *field,
+                                    const char *value) noexcept
 {
-    if (value == nullptr) {
-        return -1;
-    }
-    return array_set<const char *>(doc, key, index, field, value, ku_json_obj_set_string,
-                                   new_string);
+    return set_array_field(doc, key, index, field, string_maker(value));
 }
 
 }  // extern "C"
