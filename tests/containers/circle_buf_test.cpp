@@ -333,6 +333,7 @@ TEST(CircleBuf, CapacityAboveInt32IsRefused)
 
 TEST(CircleBuf, EveryFailedAllocationGivesNullAndFreesTheRest)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     for (long skip = 0; skip < 3; skip++) {
         AllocControl alloc;
         alloc.fail(kMalloc, skip, 1);
@@ -344,6 +345,7 @@ TEST(CircleBuf, EveryFailedAllocationGivesNullAndFreesTheRest)
 
 TEST(CircleBufFromMem, FailedHandleAllocationLeavesCallerMemory)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     ku_circle_buf_state state = {1, 2, 3, 8, 9};
     char storage[8] = "abcdefg";
     AllocControl alloc;

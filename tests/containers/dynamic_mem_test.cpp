@@ -244,6 +244,7 @@ TEST(DynamicMemInit, RefusesStepOrLimitBelowOne)
 
 TEST(DynamicMemInit, FailedRecordAllocationGivesNull)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     AllocControl alloc;
     alloc.fail(kMalloc);
     EXPECT_EQ(dynamic_mem_init(16, 100), nullptr);
@@ -251,6 +252,7 @@ TEST(DynamicMemInit, FailedRecordAllocationGivesNull)
 
 TEST_F(DynamicMem, FailedReallocationLosesContentButCountsIt)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     input("0123456789");
     {
         AllocControl alloc;
@@ -273,6 +275,7 @@ TEST_F(DynamicMem, FailedReallocationLosesContentButCountsIt)
 
 TEST_F(DynamicMem, FailedFreshBufferDropsInput)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     {
         AllocControl alloc;
         alloc.fail(kCalloc);

@@ -112,6 +112,7 @@ TEST(ListDeinit, FreesNodesButNotElements)
 
 TEST_F(List, FailedNodeAllocationQueuesNothing)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     ASSERT_EQ(ku_list_append(list, item(1)), 0);
     {
         AllocControl alloc;
@@ -127,6 +128,7 @@ TEST_F(List, FailedNodeAllocationQueuesNothing)
 
 TEST(ListInit, FailedAllocationGivesNullThatActsEmpty)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     AllocControl alloc;
     alloc.fail(kMalloc);
     ku_list *list = ku_list_init();

@@ -58,6 +58,7 @@ TEST_F(Membuffer, FreshBufferIsEmptyWithStepFive)
 
 TEST_F(Membuffer, SmallAppendsGrowByTheStep)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     AllocControl alloc;
     ASSERT_EQ(membuffer_append(&m, "abc", 3), 0);
     EXPECT_EQ(m.capacity, 5u);
@@ -105,6 +106,7 @@ TEST_F(Membuffer, GrowthAppendsKeepRepeatedAdditiveSteps)
 
 TEST_F(Membuffer, SetSizeToLengthNeverReallocates)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     fill(3, 200);
     AllocControl alloc;
     ASSERT_EQ(membuffer_set_size(&m, 3), 0);
@@ -116,6 +118,7 @@ TEST_F(Membuffer, SetSizeToLengthNeverReallocates)
 
 TEST_F(Membuffer, ShrinkWithinStepKeepsCapacity)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     fill(20, 20);
     AllocControl alloc;
     ASSERT_EQ(membuffer_set_size(&m, 15), 0);
@@ -148,6 +151,7 @@ TEST_F(Membuffer, DeleteShrinksByTheSameRule)
 
 TEST_F(Membuffer, FailedGrowthFallsBackToExactSize)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     fill(2, 10);
     AllocControl alloc;
     alloc.fail(kRealloc, 0, 1);
@@ -159,6 +163,7 @@ TEST_F(Membuffer, FailedGrowthFallsBackToExactSize)
 
 TEST_F(Membuffer, FailedShrinkFallsBackToExactSize)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     fill(20, 20);
     AllocControl alloc;
     alloc.fail(kRealloc, 0, 1);
@@ -168,6 +173,7 @@ TEST_F(Membuffer, FailedShrinkFallsBackToExactSize)
 
 TEST_F(Membuffer, BothAttemptsFailingLeaveBufferUntouched)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     ASSERT_EQ(membuffer_append(&m, "abc", 3), 0);
     char *const block = m.data;
     AllocControl alloc;
@@ -190,6 +196,7 @@ TEST_F(Membuffer, BothAttemptsFailingLeaveBufferUntouched)
 
 TEST_F(Membuffer, FailedFirstAllocationKeepsDataNull)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     AllocControl alloc;
     alloc.fail(kRealloc, 0, -1);
     EXPECT_EQ(membuffer_append(&m, "abc", 3), -1);
@@ -200,6 +207,7 @@ TEST_F(Membuffer, FailedFirstAllocationKeepsDataNull)
 
 TEST_F(Membuffer, DeleteWithRefusedShrinkStillCutsContent)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     fill(20, 20);
     char *const block = m.data;
     AllocControl alloc;
@@ -223,6 +231,7 @@ TEST_F(Membuffer, SizeThatWrapsAroundCountsAsOutOfMemory)
 
 TEST_F(Membuffer, NothingOnFreshBufferSucceedsWithoutBlock)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     AllocControl alloc;
     EXPECT_EQ(membuffer_set_size(&m, 0), 0);
     EXPECT_EQ(membuffer_assign(&m, "abc", 0), 0);
@@ -513,6 +522,7 @@ TEST(StrAlloc, CopiesExactlyLenBytesIncludingZeros)
 
 TEST(StrAlloc, AllocationFailureGivesNull)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     AllocControl alloc;
     alloc.fail(kMalloc);
     EXPECT_EQ(str_alloc("abc", 3), nullptr);
