@@ -14,7 +14,7 @@ native=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev valgrind
   # test peers and stand-ins
-  nginx-light openssl curl busybox iproute2 util-linux procps
+  nginx-light openssl curl busybox iproute2 util-linux procps python3
   libsamplerate0-dev libspeexdsp-dev
   doxygen
 )
