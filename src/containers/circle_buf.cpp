@@ -54,7 +54,7 @@ int32_t take(ku_circle_buf *cb, unsigned char *dst, int32_t length, Take mode) n
     if (cb == nullptr) {
         return 0;
     }
-    Locked lock(&cb->mutex);
+    Locked lock(&cb->mutex, ku::containers::kRingLockSpins);
     ku_circle_buf_state *state = cb->state;
     if (!lock.held || !usable(state) || length <= 0 || state->readable < length) {
         return 0;
@@ -143,7 +143,7 @@ KU_API int32_t circle_buf_write(ku_circle_buf *cb, const void *src, int32_t leng
     if (cb == nullptr) {
         return 0;
     }
-    Locked lock(&cb->mutex);
+    Locked lock(&cb->mutex, ku::containers::kRingLockSpins);
     ku_circle_buf_state *state = cb->state;
     // Room compared as a difference: readable + length could pass INT32_MAX.
     if (!lock.held || !usable(state) || length < 0 || state->capacity - state->readable < length) {
@@ -189,7 +189,7 @@ KU_API int32_t circle_buf_readable(ku_circle_buf *cb) noexcept
     if (cb == nullptr) {
         return 0;
     }
-    Locked lock(&cb->mutex);
+    Locked lock(&cb->mutex, ku::containers::kRingLockSpins);
     if (!lock.held || !usable(cb->state)) {
         return 0;
     }
@@ -201,7 +201,7 @@ KU_API int32_t circle_buf_writable(ku_circle_buf *cb) noexcept
     if (cb == nullptr) {
         return 0;
     }
-    Locked lock(&cb->mutex);
+    Locked lock(&cb->mutex, ku::containers::kRingLockSpins);
     if (!lock.held || !usable(cb->state)) {
         return 0;
     }
@@ -213,7 +213,7 @@ KU_API void circle_buf_reset(ku_circle_buf *cb) noexcept
     if (cb == nullptr || cb->state == nullptr) {
         return;
     }
-    Locked lock(&cb->mutex);
+    Locked lock(&cb->mutex, ku::containers::kRingLockSpins);
     if (!lock.held) {
         return;
     }

@@ -66,7 +66,7 @@ KU_API int ku_list_append(ku_list *list, void *element) noexcept
     node->element = element;
     node->next = nullptr;
 
-    Locked lock(&list->mutex);
+    Locked lock(&list->mutex, ku::containers::kListLockSpins);
     if (!lock.held) {
         free(node);
         return -1;
@@ -86,7 +86,7 @@ KU_API void *ku_list_pop(ku_list *list) noexcept
     if (list == nullptr) {
         return nullptr;
     }
-    Locked lock(&list->mutex);
+    Locked lock(&list->mutex, ku::containers::kListLockSpins);
     ku_list_node *node = list->head;
     if (!lock.held || node == nullptr) {
         return nullptr;
@@ -106,7 +106,7 @@ KU_API void *ku_list_peek_head(ku_list *list) noexcept
     if (list == nullptr) {
         return nullptr;
     }
-    Locked lock(&list->mutex);
+    Locked lock(&list->mutex, ku::containers::kListLockSpins);
     return !lock.held || list->head == nullptr ? nullptr : list->head->element;
 }
 
@@ -115,7 +115,7 @@ KU_API void *ku_list_peek_tail(ku_list *list) noexcept
     if (list == nullptr) {
         return nullptr;
     }
-    Locked lock(&list->mutex);
+    Locked lock(&list->mutex, ku::containers::kListLockSpins);
     return !lock.held || list->tail == nullptr ? nullptr : list->tail->element;
 }
 
@@ -133,7 +133,7 @@ KU_API void ku_list_deinit(ku_list *list) noexcept
         return;
     }
     {
-        Locked lock(&list->mutex);
+        Locked lock(&list->mutex, ku::containers::kListLockSpins);
         ku_list_node *node = list->head;
         while (node != nullptr) {
             ku_list_node *next = node->next;

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "support/capture.h"
+#include "support/emulator.h"
 #include "support/open_fds.h"
 #include "support/temp_dir.h"
 
@@ -238,6 +239,11 @@ TEST(TcpClient, RefusedConnectionStillComesBackAsDescriptor)
     int pending = 0;
     socklen_t length = sizeof pending;
     getsockopt(client, SOL_SOCKET, SO_ERROR, &pending, &length);
+    EXPECT_NE(pending, 0);
+    if (ku_test::under_emulator() && pending != ECONNREFUSED) {
+        GTEST_SKIP() << "qemu-user hands SO_ERROR over untranslated: the host's errno " << pending
+                     << ", not this machine's ECONNREFUSED (" << ECONNREFUSED << ")";
+    }
     EXPECT_EQ(pending, ECONNREFUSED);
     close(client);
 }

@@ -1,6 +1,7 @@
 // Tick rounding, calendar conversions and the single-precision local time.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -40,6 +41,16 @@ TEST(Ticks, ProductsDoNotOverflow32Bits)
     EXPECT_EQ(ku_ms_ticks(), 3000000123LL);
     EXPECT_EQ(ku_us_ticks(), 3000000123456LL);
     EXPECT_EQ(ku_ns_ticks(), 3000000123456789LL);
+}
+
+TEST(Ticks, LastSecondOf32BitTimeIsWidenedBeforeScaling)
+{
+    FakeClock clock;
+    clock.set_monotonic(2147483647, 999999999);
+    EXPECT_EQ(ku_second_ticks(), 2147483647LL);
+    EXPECT_EQ(ku_ms_ticks(), 2147483648000LL);
+    EXPECT_EQ(ku_us_ticks(), 2147483647999999LL);
+    EXPECT_EQ(ku_ns_ticks(), 2147483647999999999LL);
 }
 
 TEST(Ticks, RealClockIsMonotonic)
@@ -88,6 +99,44 @@ TEST(Calendar, GmTimeFillsEveryField)
     EXPECT_STREQ(tm.tm_zone, "GMT");
 }
 
+namespace {
+
+// The broken-down UTC of `when` as "year-month-day hour:min:sec weekday".
+std::string gm_time_text(time_t when)
+{
+    ku_tm tm;
+    ku_gm_time(&when, &tm);
+    char text[64];
+    std::snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d wday %d", tm.tm_year, tm.tm_mon,
+                  tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, tm.tm_wday);
+    return text;
+}
+
+// A ku_tm with only the date and time of day set, as a caller fills one.
+ku_tm calendar(int year, int month, int day, int hour = 0, int minute = 0, int second = 0)
+{
+    ku_tm tm{};
+    tm.tm_year = year;
+    tm.tm_mon = month;
+    tm.tm_mday = day;
+    tm.tm_hour = hour;
+    tm.tm_min = minute;
+    tm.tm_sec = second;
+    return tm;
+}
+
+}  // namespace
+
+TEST(Calendar, GmTimeOfLastSecondOf32BitTime)
+{
+    EXPECT_EQ(gm_time_text(2147483647), "2038-01-19 03:14:07 wday 2");  // a Tuesday
+}
+
+TEST(Calendar, GmTimeBeforeTheEpoch)
+{
+    EXPECT_EQ(gm_time_text(-1), "1969-12-31 23:59:59 wday 3");  // a Wednesday
+}
+
 class LocalZone : public ::testing::Test {
 protected:
     void use_zone(const char *zone)
@@ -130,11 +179,16 @@ TEST_F(LocalZone, MktimeReadsTheRecordAsLocalTime)
 TEST_F(LocalZone, MktimeMonthZeroIsDecemberOfYearBefore)
 {
     use_zone("UTC");
-    ku_tm tm{};
-    tm.tm_year = 2026;
-    tm.tm_mon = 0;
-    tm.tm_mday = 1;
-    EXPECT_EQ(ku_mktime(tm), 1764547200);  // 2025-12-01 00:00:00 UTC
+    EXPECT_EQ(ku_mktime(calendar(2026, 0, 1)), 1764547200);  // 2025-12-01 00:00:00 UTC
+}
+
+TEST_F(LocalZone, MktimeAtTheEndOf32BitTime)
+{
+    use_zone("UTC");
+    EXPECT_EQ(ku_mktime(calendar(2038, 1, 19, 3, 14, 7)), 2147483647LL);
+    // One second later a 32-bit time_t has no value: mktime() fails and so
+    // does ku_mktime, with -1 rather than a wrapped negative time.
+    EXPECT_EQ(ku_mktime(calendar(2038, 1, 19, 3, 14, 8)), sizeof(time_t) == 4 ? -1LL : 2147483648LL);
 }
 
 TEST(LocalTime, ZeroZoneIsUtcRoundedToMultipleOf128)

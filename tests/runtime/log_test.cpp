@@ -60,10 +60,17 @@ TEST_F(Log, DatePartsAreZeroPaddedAndTickIsNot)
     EXPECT_EQ(stderr_of([] { ku_err("m\n"); }), "[1970-01-01#00:00:00#7]ERR:  m\n");
 }
 
-TEST_F(Log, NegativeAndLargeTicksPrintInFull)
+TEST_F(Log, TicksPast32BitsPrintInFull)
 {
-    clock.set_monotonic(4294967296LL, 0);  // past 32 bits of milliseconds
-    EXPECT_EQ(stderr_of([] { ku_trace("t"); }), "[2026-11-22#23:42:07#4294967296000]  t");
+    // The last second a 32-bit time_t holds: milliseconds far past 32 bits.
+    clock.set_monotonic(2147483647, 0);
+    EXPECT_EQ(stderr_of([] { ku_trace("t"); }), "[2026-11-22#23:42:07#2147483647000]  t");
+}
+
+TEST_F(Log, LastSecondOf32BitTimePrintsItsDate)
+{
+    clock.set_utc(2147483647);
+    EXPECT_EQ(stderr_of([] { ku_trace("t"); }), "[2038-01-19#03:14:07#5000]  t");
 }
 
 TEST_F(Log, FieldsWiderThanTwoDigitsAndNegativeTicksAreNotCut)

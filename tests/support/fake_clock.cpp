@@ -1,7 +1,10 @@
 #include "support/fake_clock.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <dlfcn.h>
+#include <limits>
 
 namespace {
 
@@ -9,6 +12,16 @@ std::atomic<bool> fake_active{false};
 std::atomic<int64_t> fake_mono_sec{0};
 std::atomic<long> fake_mono_nsec{0};
 std::atomic<int64_t> fake_utc{0};
+
+// A second count that time_t cannot hold (32 bits on the device) would be
+// cut silently and make a test check something else than it says.
+void check_fits_time_t(int64_t seconds)
+{
+    if (seconds < std::numeric_limits<time_t>::min() || seconds > std::numeric_limits<time_t>::max()) {
+        ADD_FAILURE() << "FakeClock: " << seconds << " s does not fit the " << sizeof(time_t) * 8
+                      << "-bit time_t of this machine";
+    }
+}
 
 using clock_gettime_fn = int (*)(clockid_t, timespec *);
 using time_fn = time_t (*)(time_t *);
@@ -68,6 +81,7 @@ FakeClock::~FakeClock()
 
 void FakeClock::set_monotonic(int64_t seconds, long nanoseconds)
 {
+    check_fits_time_t(seconds);
     fake_mono_sec.store(seconds);
     fake_mono_nsec.store(nanoseconds);
 }
@@ -79,6 +93,7 @@ void FakeClock::set_ms(int64_t ms)
 
 void FakeClock::set_utc(int64_t seconds)
 {
+    check_fits_time_t(seconds);
     fake_utc.store(seconds);
 }
 

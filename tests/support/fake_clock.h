@@ -15,11 +15,12 @@ public:
     FakeClock(const FakeClock &) = delete;
     FakeClock &operator=(const FakeClock &) = delete;
 
-    // What clock_gettime(CLOCK_MONOTONIC) reports from now on.
+    // What clock_gettime(CLOCK_MONOTONIC) reports from now on. Seconds that
+    // time_t cannot hold (past 2^31 - 1 on a 32-bit machine) fail the test.
     void set_monotonic(int64_t seconds, long nanoseconds);
     // Shorthand: the monotonic clock at exactly `ms` milliseconds.
     void set_ms(int64_t ms);
-    // What time() reports from now on.
+    // What time() reports from now on; the same limit applies.
     void set_utc(int64_t seconds);
 };
 

@@ -1,5 +1,7 @@
 #include "support/private_namespaces.h"
 
+#include "support/emulator.h"
+
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -90,8 +92,13 @@ bool enter_private_namespaces()
         return false;
     }
     exe[length] = '\0';
-    std::vector<std::string> arguments = {kUnshare, "-m", "-n", "--propagation", "private",
-                                          "--", exe};
+    std::vector<std::string> arguments = {kUnshare, "-m", "-n", "--propagation", "private", "--"};
+    // A cross-built test runs under a user-mode emulator that the kernel
+    // does not know about: the new process must start through it again.
+    for (const std::string &word : emulator_command()) {
+        arguments.push_back(word);
+    }
+    arguments.push_back(exe);
     const std::vector<std::string> own = own_arguments();
     for (size_t i = 1; i < own.size(); ++i) {
         arguments.push_back(own[i]);
