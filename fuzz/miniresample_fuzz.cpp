@@ -122,26 +122,32 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Model model(in_rate, out_rate, channels, select);
 
     while (in.size > 0) {
-        // Up to 65536 bytes: never more than 32768 mono samples.
+        // Up to 65536 bytes: never more than 32768 mono samples. A block
+        // whose first length byte is odd is processed in place (input and
+        // output in one area, which the contract allows).
+        const bool in_place = in.size > 0 && (in.data[0] & 1) != 0;
         const size_t bytes = std::min<size_t>(in.take(2) + in.take(1) % 2, in.size);
-        std::vector<int16_t> block(bytes / 2 + 1);
-        std::memcpy(block.data(), in.data, bytes);
         const std::vector<uint8_t> expected = model.process(in.data, bytes);
-        in.data += bytes;
-        in.size -= bytes;
 
         const size_t mono = channels == 1 ? bytes / 2 : bytes / (2 * size_t(channels));
         const size_t bound_bytes =
             in_rate == out_rate ? (channels == 1 ? bytes : mono * 2)
                                 : (mono * size_t(out_rate) / size_t(in_rate) + 2) * 2;
-        auto *output = static_cast<uint8_t *>(std::malloc(std::max<size_t>(bound_bytes, 1)));
+        // Exact-sized heap areas, so ASan sees a read past the input as well
+        // as a write past the bound.
+        auto *input = static_cast<uint8_t *>(std::malloc(std::max<size_t>(in_place ? std::max(bytes, bound_bytes) : bytes, 1)));
+        std::memcpy(input, in.data, bytes);
+        in.data += bytes;
+        in.size -= bytes;
+        auto *output = in_place ? input : static_cast<uint8_t *>(std::malloc(std::max<size_t>(bound_bytes, 1)));
         int32_t out_size = -1;
-        if (miniresample_process(stream, block.data(), int32_t(bytes), output, &out_size) != 0 ||
+        if (miniresample_process(stream, input, int32_t(bytes), output, &out_size) != 0 ||
             size_t(out_size) != expected.size() || size_t(out_size) > bound_bytes ||
             (!expected.empty() && std::memcmp(output, expected.data(), expected.size()) != 0)) {
             std::abort();
         }
-        std::free(output);
+        if (!in_place) std::free(output);
+        std::free(input);
     }
     miniresample_deinit(stream);
     return 0;

@@ -27,12 +27,14 @@ status=0
 for target in "${targets[@]}"; do
   work=$(mktemp -d)
   [[ -d fuzz/corpus/$target ]] && cp -r "fuzz/corpus/$target/." "$work/"
-  dict=()
-  [[ -f fuzz/$target.dict ]] && dict=(-dict="$PWD/fuzz/$target.dict")
+  flags=()
+  [[ -f fuzz/$target.dict ]] && flags+=(-dict="$PWD/fuzz/$target.dict")
+  # fuzz/<target>.options: further libFuzzer flags, one a line, # comments.
+  [[ -f fuzz/$target.options ]] && flags+=($(grep -v '^#' "fuzz/$target.options"))
   echo "=== fuzz $target for ${seconds}s"
   if ! (cd build-fuzz/findings &&
         ASAN_OPTIONS=detect_leaks=1 ../"${target}_fuzz" -max_total_time="$seconds" \
-          -print_final_stats=1 -artifact_prefix="$PWD/${target}-" "${dict[@]}" \
+          -print_final_stats=1 -close_fd_mask=3 -artifact_prefix="$PWD/${target}-" "${flags[@]}" \
           "$work" 2>&1 | tail -n 20); then
     echo "FINDING in $target (inputs under build-fuzz/findings/)" >&2
     status=1

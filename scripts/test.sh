@@ -3,6 +3,7 @@
 #   native   Release-with-debug-info build, all tests, benchmarks compiled
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer build, all tests
 #   tsan     ThreadSanitizer build, the concurrency tests
+#   fuzz     every libFuzzer target for 30 s (clang, ASan + UBSan): no finding
 #   memcheck every unit test under valgrind: no leaks, no invalid accesses
 #   target   cross build for the device (mipsel), all tests under qemu-mipsel
 # Missing packages are installed first (Debian, as root).
@@ -10,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 suites=("$@")
-((${#suites[@]})) || suites=(native asan tsan memcheck target)
+((${#suites[@]})) || suites=(native asan tsan fuzz memcheck target)
 
 deps=()
 [[ " ${suites[*]} " == *" target "* ]] && deps=(--target)
@@ -35,10 +36,11 @@ for suite in "${suites[@]}"; do
     native) build_and_test build "" -DKU_BUILD_BENCH=ON ;;
     asan)   build_and_test build-asan "" -DKU_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug ;;
     tsan)   build_and_test build-tsan concurrency -DKU_TSAN=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
+    fuzz)   scripts/fuzz.sh 30 ;;
     memcheck)
       build_and_test build-memcheck "" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKU_BUILD_EXAMPLES=OFF \
         "-DKU_TEST_LAUNCHER=valgrind;-q;--error-exitcode=99;--leak-check=full;--errors-for-leak-kinds=definite,indirect;--show-leak-kinds=definite,indirect;--suppressions=$PWD/tests/support/valgrind.supp" ;;
     target) build_and_test build-mipsel "" -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mipsel-linux-gnu.cmake ;;
-    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan, memcheck, target)" >&2; exit 2 ;;
+    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan, fuzz, memcheck, target)" >&2; exit 2 ;;
   esac
 done

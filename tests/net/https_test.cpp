@@ -699,6 +699,7 @@ TEST(HttpsTrace, OtherKindsPrintNothing)
 
 TEST(HttpsCallbacks, HeaderAndBodyAppendAndAlwaysClaimEveryByte)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     for (WriteFunction function : {library_callbacks().header, library_callbacks().body}) {
         ASSERT_NE(function, nullptr);
         membuffer buffer;

@@ -174,6 +174,7 @@ TEST(RandomText, BlockHasRoomForSixtyFourBytes)
 
 TEST(RandomText, FailedAllocationGivesNull)
 {
+    KU_REQUIRE_ALLOC_CONTROL();
     AllocControl alloc;
     alloc.fail(ku_test::kAnyAlloc);
     EXPECT_EQ(ku_string_random(), nullptr);
