@@ -103,10 +103,10 @@ install_resample_for_target() {
   work=$(mktemp -d)
   (cd "$work" && apt-get download -q -o APT::Sandbox::User=root libresample1:mipsel libresample1-dev:mipsel)
   for deb in "$work"/*.deb; do
-    dpkg-deb -x "$deb" "$work/root"
+    dpkg-deb -x "$deb" "$work/unpacked"
   done
   mkdir -p "$resample_dir"
-  cp -a "$work"/root/usr/lib/libresample.so* "$work"/root/usr/lib/libresample.a "$resample_dir"/
+  cp -a "$work"/unpacked/usr/lib/libresample.so* "$work"/unpacked/usr/lib/libresample.a "$resample_dir"/
   rm -rf "$work"
   echo "install-deps: unpacked libresample for mipsel into $resample_dir"
 }
