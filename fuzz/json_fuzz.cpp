@@ -3,9 +3,9 @@
 // a save and reload, each checked against json-c used directly as the
 // reference (the family is a thin layer over it, so the reference is what
 // the layer must give: same values, same refusals, keys moved behind the
-// others by every write, printed text stable through a reparse). A call may
-// work on the top object through the document layer or on a nested value
-// through the object layer; nested pointers are fetched anew for every call,
+// others by every write, printed text stable from its first reparse on). A
+// call may work on the top object through the document layer or on a nested
+// value through the object layer; nested pointers are fetched anew for every call,
 // since each write may end them. The harness reads the handle's tree through
 // the library's internal layout: the reference needs the same json-c value.
 //
@@ -183,10 +183,19 @@ void run_printers(const Target &t)
     char *bare = ku_json_obj_dup_obj_string(t.obj);
     fail_unless(bare != nullptr && std::string(bare) == json_object_get_string(t.obj));
     free(bare);
-    // The printed text parses back to a value that prints the same.
+    // The printed text loads again, and the text that prints is stable from
+    // then on. It may differ from the first print once: json-c prints a
+    // number by its source text cut at a dangling exponent ("040e" prints
+    // "040"), and that text may read as another number ("040" is 40).
     if (ku_json_doc *again = ku_json_load_from_buf(dup)) {
         char *reprinted = ku_json_string_dup(again);
-        fail_unless(reprinted != nullptr && std::string(reprinted) == expected);
+        fail_unless(reprinted != nullptr);
+        ku_json_doc *third = ku_json_load_from_buf(reprinted);
+        fail_unless(third != nullptr);
+        char *stable = ku_json_string_dup(third);
+        fail_unless(stable != nullptr && strcmp(stable, reprinted) == 0);
+        free(stable);
+        ku_json_destroy(third);
         free(reprinted);
         ku_json_destroy(again);
     } else {

@@ -283,6 +283,29 @@ TEST(JsonDoc, BareNumberOrBooleanDocumentSavesButDoesNotLoadBack)
     EXPECT_EQ(ku_json_get_int(again.doc, "n"), 8);
 }
 
+// Found by the fuzz target: json-c prints a number by its source text, cut
+// at a dangling exponent, and that text may read back as another number. The
+// layer passes json-c's text through; the second print is the stable one.
+TEST(JsonDoc, NumberWithDanglingExponentPrintsItsSourceTextOnce)
+{
+    const struct {
+        const char *text, *first, *second;
+    } cases[] = {
+        {"040e", "040", "40"},
+        {"-0e", "-0", "0"},
+        {R"({"a":040e+})", R"({"a":040})", R"({"a":40})"},
+    };
+    for (const auto &c : cases) {
+        Doc doc(c.text);
+        ASSERT_NE(doc.doc, nullptr) << c.text;
+        const std::string first = printed(doc.doc);
+        EXPECT_EQ(first, c.first);
+        Doc again(first.c_str());
+        ASSERT_NE(again.doc, nullptr) << first;
+        EXPECT_EQ(printed(again.doc), c.second);
+    }
+}
+
 TEST(JsonDoc, SaveMakesMissingDirectories)
 {
     TempDir dir;
