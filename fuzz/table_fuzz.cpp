@@ -80,7 +80,7 @@ std::string save_model(const Table &table)
 {
     std::string out;
     for (const Row &row : table) {
-        if (row.empty()) continue;
+        // A row of no cells (content only behind a first CR) is an empty line.
         for (const std::string &cell : row) out += cell + ' ';
         out += '\n';
     }

@@ -52,7 +52,7 @@ KU_API int kutable_delete(kutable *table, int row) KU_NOEXCEPT;
 KU_API int kutable_append(kutable *table, const char *text) KU_NOEXCEPT;
 /* Writes the table over its file (created or emptied, no temporary file).
  * A table without rows writes nothing and leaves the file alone; a row of no
- * cells (content only behind a first CR) writes no line. Returns 0,
+ * cells (content only behind a first CR) writes an empty line. Returns 0,
  * or -1 with an error line when the file can't be opened. Write errors are
  * not reported. */
 KU_API int kutable_save(kutable *table) KU_NOEXCEPT;

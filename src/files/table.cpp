@@ -109,12 +109,13 @@ Parse kutable_row_parse(kutable_row &row, char *line) noexcept
     for (char *cursor = line; next_field(cursor, start, length);) {
         ++count;
     }
-    if (count == 0) {
-        return Parse::ok;  // content only behind the first CR: a row of no cells
-    }
+    // A count of 0 (content only behind the first CR) still gets its block of
+    // no pointers: with one, the row saves as an empty line. A libc whose
+    // calloc gives null for 0 bytes leaves the row without one, and the save
+    // then skips it; either way the row holds no cells.
     char **cols = static_cast<char **>(calloc(static_cast<size_t>(count), sizeof(char *)));
     if (cols == nullptr) {
-        return Parse::no_memory;
+        return count == 0 ? Parse::ok : Parse::no_memory;
     }
     row.cols = cols;
     row.col_count = count;

@@ -129,6 +129,8 @@ TEST_F(Table, ContentOnlyBehindTheFirstCrIsARowOfNoCells)
     EXPECT_EQ(kutable_colume_number(table, 0), 0);
     EXPECT_EQ(kutable_get(table, 0, 0), nullptr);
     EXPECT_STREQ(kutable_get(table, 1, 0), "next");
+    EXPECT_EQ(kutable_save(table), 0);
+    EXPECT_EQ(ku_test::read_file(path_), "\nnext \n") << "the row of no cells is an empty line";
     kutable_close(table);
 }
 
