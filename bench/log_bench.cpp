@@ -52,7 +52,8 @@ void BM_fprintf_finished_line(benchmark::State &state)
 }
 BENCHMARK(BM_fprintf_finished_line);
 
-// The strictest peer: the finished text handed to fprintf through "%s".
+// The strictest peer: the finished text handed to fprintf through "%s"
+// (which the compiler turns into fputs).
 void BM_fprintf_finished_text(benchmark::State &state)
 {
     DiscardStderr discard;

@@ -83,6 +83,15 @@ TEST_F(Log, FieldsWiderThanTwoDigitsAndNegativeTicksAreNotCut)
     EXPECT_EQ(stderr_of([] { ku_debug("far\n"); }), "[10000-01-01#03:04:05#-2000]DBG:  far\n");
 }
 
+TEST_F(Log, TicksBeyondThirtyTwoBitsKeepTheirInnerZeros)
+{
+    clock.set_monotonic(5000000000LL, 7000000);  // 5000000000007 ms: a run of zeros inside
+    EXPECT_EQ(stderr_of([] { ku_trace("t\n"); }), "[2026-11-22#23:42:07#5000000000007]  t\n");
+    clock.set_monotonic(9223372036854775LL, 807000000);  // the largest 64-bit tick
+    EXPECT_EQ(stderr_of([] { ku_trace("t\n"); }),
+              "[2026-11-22#23:42:07#9223372036854775807]  t\n");
+}
+
 TEST_F(Log, NegativeTickOfOneDigit)
 {
     clock.set_monotonic(-1, 999000000);  // -1 ms
