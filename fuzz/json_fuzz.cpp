@@ -5,8 +5,8 @@
 // the layer must give: same values, same refusals, keys moved behind the
 // others by every write, printed text stable from its first reparse on). A
 // call may work on the top object through the document layer or on a nested
-// value through the object layer; nested pointers are fetched anew for every call,
-// since each write may end them. The harness reads the handle's tree through
+// value through the object layer; nested pointers are fetched anew for every
+// call, since each write may end them. The harness reads the handle's tree through
 // the library's internal layout: the reference needs the same json-c value.
 //
 // Input: two bytes of text length, the text, then the operations.

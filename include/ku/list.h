@@ -10,9 +10,10 @@
  * not run while another thread is in or waiting for the list.
  *
  * Out of memory: ku_list_init gives null, and ku_list_append still gives 0
- * but the element is not queued (watch ku_list_size if that matters). Every call takes a null list (such as a failed
- * ku_list_init) as an empty list that refuses appends. A mutex that cannot
- * be locked is treated the same way for that call. */
+ * but the element is not queued (watch ku_list_size if that matters). Every
+ * call takes a null list (such as a failed ku_list_init) as an empty list
+ * that refuses appends. A mutex that cannot be locked is treated the same way
+ * for that call. */
 #ifndef KU_LIST_H
 #define KU_LIST_H
 

@@ -56,8 +56,8 @@ KU_API ku_list *ku_list_init(void) noexcept
 
 KU_API int ku_list_append(ku_list *list, void *element) noexcept
 {
-    // The result is 0 whatever happens: callers never check it, so an element
-    // that cannot be queued (no list, no memory, no lock) is dropped quietly.
+    // The result is 0 on every path, so there is no failure to report: an
+    // element that cannot be queued (no list, no memory, no lock) is dropped.
     if (list == nullptr) {
         return 0;
     }
