@@ -19,6 +19,7 @@
 
 if(CMAKE_SCRIPT_MODE_FILE)
   # Given: KU_BINARY_DIR KU_STAGE KU_LIBDIR KU_STRIP KU_VERSION KU_MAINTAINER
+  # and KU_LIBPACKAGE, the runtime package named after the soname (libku1).
   file(REMOVE_RECURSE ${KU_STAGE})
   # DESTDIR (set by the caller) puts the /usr tree under the staging root.
   execute_process(COMMAND ${CMAKE_COMMAND} --install ${KU_BINARY_DIR} --prefix /usr
@@ -28,11 +29,11 @@ if(CMAKE_SCRIPT_MODE_FILE)
   file(RENAME ${KU_STAGE}/usr ${all}/usr)
 
   # The tree is split by path: each pattern names what one package takes.
-  set(parts_libku1    "usr/${KU_LIBDIR}/libku.so.*")
+  set(parts_${KU_LIBPACKAGE} "usr/${KU_LIBDIR}/libku.so.*")
   set(parts_libku-dev "usr/include/*" "usr/${KU_LIBDIR}/libku.so" "usr/${KU_LIBDIR}/libku.a"
                       "usr/${KU_LIBDIR}/pkgconfig/*" "usr/${KU_LIBDIR}/cmake/*")
   set(parts_ku-tools  "usr/bin/*" "usr/share/man/*" "usr/share/bash-completion/*")
-  foreach(package libku1 libku-dev ku-tools)
+  foreach(package ${KU_LIBPACKAGE} libku-dev ku-tools)
     file(MAKE_DIRECTORY ${KU_STAGE}/${package})
     foreach(pattern IN LISTS parts_${package})
       file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE ${all} ${all}/${pattern})
@@ -49,14 +50,12 @@ if(CMAKE_SCRIPT_MODE_FILE)
   endif()
 
   # Debian's loader finds libku in the multiarch directory: no run path.
-  file(GLOB binaries ${KU_STAGE}/libku1/usr/${KU_LIBDIR}/libku.so.*.*
+  file(GLOB binaries ${KU_STAGE}/${KU_LIBPACKAGE}/usr/${KU_LIBDIR}/libku.so.*.*
                      ${KU_STAGE}/ku-tools/usr/bin/ku)
   foreach(binary IN LISTS binaries)
     file(RPATH_REMOVE FILE ${binary})
-    if(NOT IS_SYMLINK ${binary})
-      execute_process(COMMAND ${KU_STRIP} --strip-unneeded --remove-section=.comment
-                              --remove-section=.note ${binary} COMMAND_ERROR_IS_FATAL ANY)
-    endif()
+    execute_process(COMMAND ${KU_STRIP} --strip-unneeded --remove-section=.comment
+                            --remove-section=.note ${binary} COMMAND_ERROR_IS_FATAL ANY)
   endforeach()
   execute_process(COMMAND ${KU_STRIP} --strip-debug
     ${KU_STAGE}/libku-dev/usr/${KU_LIBDIR}/libku.a COMMAND_ERROR_IS_FATAL ANY)
@@ -67,7 +66,7 @@ if(CMAKE_SCRIPT_MODE_FILE)
 
   # Every package carries its copyright and Debian changelog.
   string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-  foreach(package libku1 libku-dev ku-tools)
+  foreach(package ${KU_LIBPACKAGE} libku-dev ku-tools)
     set(doc ${KU_STAGE}/${package}/usr/share/doc/${package})
     file(MAKE_DIRECTORY ${doc})
     file(WRITE ${doc}/copyright
@@ -110,6 +109,7 @@ endif()
 set(KU_DEB_STAGE ${PROJECT_BINARY_DIR}/deb-stage)
 set(KU_DEB_OUTPUT ${PROJECT_BINARY_DIR}/packages)
 set(KU_DEB_VERSION ${PROJECT_VERSION})
+set(KU_DEB_LIBPACKAGE libku${PROJECT_VERSION_MAJOR})
 set(KU_DEB_LIBDIR ${CMAKE_INSTALL_LIBDIR})
 if(IS_ABSOLUTE KU_DEB_LIBDIR)
   file(RELATIVE_PATH KU_DEB_LIBDIR /usr ${KU_DEB_LIBDIR})
@@ -158,10 +158,11 @@ function(ku_deb_config package section summary description depends)
   ku_deb_set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "${description}")
   ku_deb_set(CPACK_DEBIAN_PACKAGE_DEPENDS "${depends}")
   ku_deb_set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  # ku finds libku1's library here; its dependency on libku1 is named.
+  # ku finds the runtime package's library here; the dependency on that
+  # package is named, as dpkg-shlibdeps knows no package for it yet.
   ku_deb_set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
-             "${KU_DEB_STAGE}/libku1/usr/${KU_DEB_LIBDIR}")
-  if(package STREQUAL "libku1")
+             "${KU_DEB_STAGE}/${KU_DEB_LIBPACKAGE}/usr/${KU_DEB_LIBDIR}")
+  if(package STREQUAL KU_DEB_LIBPACKAGE)
     ku_deb_set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
     ku_deb_set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
     # dpkg runs ldconfig once through its trigger after all packages.
@@ -180,15 +181,15 @@ string(CONCAT KU_DEB_ABOUT
   "HTTPS downloads, an integer PCM resampler and a plug-in loader, behind\n"
   "a plain C interface.\n\n")
 set(KU_DEB_EXACT "(= ${KU_DEB_VERSION}-1)")
-ku_deb_config(libku1 libs "toolbox library for small Linux devices"
+ku_deb_config(${KU_DEB_LIBPACKAGE} libs "toolbox library for small Linux devices"
   "${KU_DEB_ABOUT}This package contains the shared library."
   "${KU_DEB_LIBKU1_DEPENDS}")
 ku_deb_config(libku-dev libdevel "toolbox library for small Linux devices - development files"
   "${KU_DEB_ABOUT}This package contains the headers, the static library, the\npkg-config file and the CMake package."
-  "libku1 ${KU_DEB_EXACT}, libcurl4-openssl-dev | libcurl-dev, libjson-c-dev, libssl-dev, libresample1-dev")
+  "${KU_DEB_LIBPACKAGE} ${KU_DEB_EXACT}, libcurl4-openssl-dev | libcurl-dev, libjson-c-dev, libssl-dev, libresample1-dev")
 ku_deb_config(ku-tools utils "command-line front end of libku"
   "${KU_DEB_ABOUT}This package contains the ku command, which runs the library's\nfunctions from the shell, with its manual page and bash completion."
-  "libku1 ${KU_DEB_EXACT}")
+  "${KU_DEB_LIBPACKAGE} ${KU_DEB_EXACT}")
 
 set(KU_DEB_STRIP ${CMAKE_STRIP})
 if(NOT KU_DEB_STRIP)
@@ -199,9 +200,9 @@ set(KU_DEB_COMMANDS
   COMMAND ${CMAKE_COMMAND} -E env DESTDIR=${KU_DEB_STAGE}
           ${CMAKE_COMMAND} -DKU_BINARY_DIR=${PROJECT_BINARY_DIR} -DKU_STAGE=${KU_DEB_STAGE}
           -DKU_LIBDIR=${KU_DEB_LIBDIR} -DKU_STRIP=${KU_DEB_STRIP} -DKU_VERSION=${KU_DEB_VERSION}
-          "-DKU_MAINTAINER=${KU_PACKAGE_MAINTAINER}"
+          "-DKU_MAINTAINER=${KU_PACKAGE_MAINTAINER}" -DKU_LIBPACKAGE=${KU_DEB_LIBPACKAGE}
           -P ${CMAKE_CURRENT_LIST_FILE})
-set(KU_DEB_PACKAGES libku1 libku-dev)
+set(KU_DEB_PACKAGES ${KU_DEB_LIBPACKAGE} libku-dev)
 if(TARGET ku)
   list(APPEND KU_DEB_PACKAGES ku-tools)
 endif()

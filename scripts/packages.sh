@@ -82,7 +82,7 @@ for arch in "${arches[@]}"; do
   mipsel)
     configure_and_package build-dist-mipsel -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mipsel-linux-gnu.cmake \
       -DCMAKE_INSTALL_LIBDIR=lib/mipsel-linux-gnu
-    dpkg-deb -f build-dist-mipsel/packages/libku1_*_mipsel.deb Depends | grep -q 'libcurl4' ||
+    dpkg-deb -f build-dist-mipsel/packages/libku[0-9]*_mipsel.deb Depends | grep -q 'libcurl4' ||
       { echo "FAIL: dpkg-shlibdeps found no mipsel dependencies" >&2; exit 1; }
     scratch=$work/root-mipsel
     unpack build-dist-mipsel "$scratch"
