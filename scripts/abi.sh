@@ -36,6 +36,17 @@ dump() {
     --out-file "$2" "$1"
 }
 
+# The records whose layout callers use must be in every dump with their
+# size, whatever reaches them.
+public_records=(ku_circle_buf_state ku_dynamic_mem ku_plugin HttpsOption membuffer memptr ku_tm)
+check_records() {
+  local record
+  for record in "${public_records[@]}"; do
+    grep -q "<class-decl name='$record' size-in-bits=" "$1" ||
+      { echo "abi: $1 lacks the record $record" >&2; exit 1; }
+  done
+}
+
 failed=0
 for arch in "${arches[@]}"; do
   case $arch in
@@ -60,12 +71,14 @@ for arch in "${arches[@]}"; do
   if [[ $mode == update ]]; then
     mkdir -p abi
     dump "$library" "$baseline"
+    check_records "$baseline"
     echo "abi: wrote $baseline from $library"
     continue
   fi
   [[ -f $baseline ]] || { echo "abi: no $baseline (scripts/abi.sh update $arch makes it)" >&2; exit 1; }
   current=$dir/libku-$arch.abi
   dump "$library" "$current"
+  check_records "$current"
   # -t compares the records that no exported function reaches, too; added
   # symbols are compatible and not reported.
   if abidiff --non-reachable-types --no-added-syms "$baseline" "$current" > "$dir/abidiff.txt"; then
