@@ -87,6 +87,11 @@ if(CMAKE_SCRIPT_MODE_FILE)
   return()
 endif()
 
+# A project that builds libku inside its own tree packages itself.
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()
+endif()
+
 set(KU_PACKAGE_MAINTAINER "libku maintainers <maintainers@libku.example.org>"
     CACHE STRING "Maintainer field of the Debian packages")
 
