@@ -64,8 +64,9 @@ for arch in "${arches[@]}"; do
     cc -std=c11 -Wall -Werror tests/package/consumer/consumer.c -o "$work/c_pc" \
       $(pkg-config --cflags --libs ku)
     check_run "$work/c_pc"
-    ldd "$work/c_pc" | grep -q "$libdir/libku.so.1" ||
-      { echo "FAIL: c_pc does not load the unpacked libku" >&2; exit 1; }
+    loaded=$(ldd "$work/c_pc")
+    [[ $loaded == *"$libdir/libku.so.1"* ]] ||
+      { echo "FAIL: c_pc does not load the unpacked libku: $loaded" >&2; exit 1; }
 
     cmake -S tests/package/deb_consumer -B "$work/cm" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/usr" \
       > "$work/cm.log" 2>&1 || { cat "$work/cm.log" >&2; exit 1; }
@@ -74,7 +75,7 @@ for arch in "${arches[@]}"; do
     check_run "$work/cm/sub/consumer_sub"
 
     "$scratch/usr/bin/ku" --version
-    echo hello | "$scratch/usr/bin/ku" b64 encode | grep -qx 'aGVsbG8K'
+    [[ $(echo hello | "$scratch/usr/bin/ku" b64 encode) == aGVsbG8K ]]
     warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l "$scratch/usr/share/man/man1/ku.1.gz" 2>&1 >/dev/null)
     [[ -z $warnings ]] || { echo "FAIL: man page: $warnings" >&2; exit 1; }
     [[ -f $scratch/usr/share/bash-completion/completions/ku ]]
@@ -84,8 +85,9 @@ for arch in "${arches[@]}"; do
   mipsel)
     configure_and_package build-dist-mipsel -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mipsel-linux-gnu.cmake \
       -DCMAKE_INSTALL_LIBDIR=lib/mipsel-linux-gnu
-    dpkg-deb -f build-dist-mipsel/packages/libku[0-9]*_mipsel.deb Depends | grep -q 'libcurl4' ||
-      { echo "FAIL: dpkg-shlibdeps found no mipsel dependencies" >&2; exit 1; }
+    depends=$(dpkg-deb -f build-dist-mipsel/packages/libku[0-9]*_mipsel.deb Depends)
+    [[ $depends == *libcurl4* ]] ||
+      { echo "FAIL: dpkg-shlibdeps found no mipsel dependencies: $depends" >&2; exit 1; }
     scratch=$work/root-mipsel
     unpack build-dist-mipsel "$scratch"
     qemu-mipsel -L / -E LD_LIBRARY_PATH="$scratch/usr/lib/mipsel-linux-gnu" \
