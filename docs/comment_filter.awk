@@ -5,9 +5,12 @@
 # first comment becomes the file's description, a comment behind code on the
 # same line documents that code (a record field), and any other comment the
 # declaration below it. Inside the comments Doxygen's special characters are
-# escaped, so that format strings such as "%s\n" and texts such as <stdio.h>
-# come out as written; text between backticks is left alone, it is code.
-BEGIN { in_comment = 0; raw = 0; ticks = 0; seen_comment = 0; seen_code = 0 }
+# escaped, so that texts such as <stdio.h> come out as written. Text between
+# backticks is left alone, it is code. So is quoted text, such as the format
+# "%s\n": Doxygen prints a quotation as it stands, up to the next quote mark
+# without a backslash in front, even across lines, and an escape added there
+# would show as a stray backslash.
+BEGIN { in_comment = 0; raw = 0; ticks = 0; quoted = 0; seen_comment = 0; seen_code = 0 }
 {
   line = $0; out = ""; i = 1; n = length(line)
   while (i <= n) {
@@ -15,7 +18,7 @@ BEGIN { in_comment = 0; raw = 0; ticks = 0; seen_comment = 0; seen_code = 0 }
     if (!in_comment) {
       if (two == "//") { out = out substr(line, i); break }
       if (two == "/*") {
-        in_comment = 1; ticks = 0
+        in_comment = 1; ticks = 0; quoted = 0; prev = ""
         three = substr(line, i, 3)
         if (three == "/**" || three == "/*!") {
           raw = 1; out = out three; i += 3; continue
@@ -34,9 +37,11 @@ BEGIN { in_comment = 0; raw = 0; ticks = 0; seen_comment = 0; seen_code = 0 }
     if (two == "*/") { in_comment = 0; out = out two; i += 2; continue }
     c = substr(line, i, 1)
     if (!raw) {
-      if (c == "`") ticks = !ticks
-      else if (!ticks && index("\\@<>&#$%", c) > 0) c = "\\" c
+      if (c == "`" && !quoted) ticks = !ticks
+      else if (c == "\"" && !ticks && prev != "\\") quoted = !quoted
+      else if (!ticks && !quoted && index("\\@<>&#$%", c) > 0) c = "\\" c
     }
+    prev = substr(line, i, 1)
     out = out c; i++
   }
   print out

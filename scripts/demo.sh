@@ -7,7 +7,11 @@
 #   scripts/demo.sh            set up, build, run the demo and the tour
 #   scripts/demo.sh --tour     the tour alone, on an existing build
 #
-# KU names another ku binary for the tour (default build/tools/ku/ku).
+# Only the build tools and the library's own dependencies are installed
+# (install-deps.sh --demo), and the build in build-demo leaves the tests,
+# benchmarks and API reference out, so no test toolchain is needed.
+# KU names another ku binary for the tour (default build-demo/tools/ku/ku, or
+# build/tools/ku/ku when there is no demo build).
 # The tour works on a copy of the sample data in a temporary directory, so
 # the repository stays as it is.
 set -euo pipefail
@@ -15,13 +19,16 @@ cd "$(dirname "$0")/.."
 root=$PWD
 
 if [[ "${1:-}" != "--tour" ]]; then
-  scripts/install-deps.sh
-  cmake -S . -B build -G Ninja > build.configure.log 2>&1 || { cat build.configure.log; exit 1; }
-  cmake --build build -j "$(nproc)" --target demo ku
-  build/examples/demo
+  scripts/install-deps.sh --demo
+  cmake -S . -B build-demo -G Ninja -DKU_BUILD_TESTS=OFF -DKU_BUILD_BENCH=OFF \
+    -DKU_BUILD_EXAMPLES=ON -DKU_BUILD_TOOLS=ON > build-demo.configure.log 2>&1 ||
+    { cat build-demo.configure.log; exit 1; }
+  cmake --build build-demo -j "$(nproc)" --target demo ku
+  build-demo/examples/demo
 fi
 
-ku_bin=${KU:-$root/build/tools/ku/ku}
+ku_bin=${KU:-$root/build-demo/tools/ku/ku}
+[[ -n ${KU:-} || -x $ku_bin ]] || ku_bin=$root/build/tools/ku/ku
 [[ -x $ku_bin ]] || { echo "demo: $ku_bin is not built" >&2; exit 1; }
 ku() { "$ku_bin" "$@"; }
 

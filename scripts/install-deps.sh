@@ -6,17 +6,27 @@
 #   scripts/install-deps.sh            native build, tests, benchmarks
 #   scripts/install-deps.sh --target   also the mipsel cross toolchain, the
 #                                      target's libraries and qemu-user
+#   scripts/install-deps.sh --demo     only what building libku and the ku
+#                                      tool and running scripts/demo.sh need
 set -euo pipefail
 
-native=(
-  build-essential cmake ninja-build pkg-config git
+# Building the library and the tool.
+build=(
+  build-essential cmake ninja-build pkg-config
   libcurl4-openssl-dev libjson-c-dev libssl-dev libresample1-dev
+)
+# The demo's tour also serves files on loopback with python3.
+demo=("${build[@]}" python3)
+native=(
+  "${build[@]}" git
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev valgrind
   # test peers and stand-ins
   nginx-light openssl curl busybox iproute2 util-linux procps python3
   libsamplerate0-dev libspeexdsp-dev
-  doxygen
+  doxygen man-db
+  # packages and the ABI guard (scripts/packages.sh, scripts/abi.sh)
+  lintian abigail-tools dpkg-dev
 )
 
 # The target's libraries come from Debian's mipsel architecture (multiarch,
@@ -112,7 +122,12 @@ install_resample_for_target() {
 }
 
 want_target=0
-[[ "${1:-}" == "--target" ]] && want_target=1
+case ${1:-} in
+  --target) want_target=1 ;;
+  --demo) native=("${demo[@]}") ;;
+  "") ;;
+  *) echo "install-deps: unknown option '$1' (--target, --demo)" >&2; exit 2 ;;
+esac
 
 updated=0
 update_once() {

@@ -6,15 +6,17 @@
 #   fuzz     every libFuzzer target for 30 s (clang, ASan + UBSan): no finding
 #   memcheck every unit test under valgrind: no leaks, no invalid accesses
 #   target   cross build for the device (mipsel), all tests under qemu-mipsel
+#   packages Debian packages for both (lintian), installed into a scratch root
+#            and linked there; libku.so's ABI against the baselines in abi/
 # Missing packages are installed first (Debian, as root).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 suites=("$@")
-((${#suites[@]})) || suites=(native asan tsan fuzz memcheck target)
+((${#suites[@]})) || suites=(native asan tsan fuzz memcheck target packages)
 
 deps=()
-[[ " ${suites[*]} " == *" target "* ]] && deps=(--target)
+[[ " ${suites[*]} " == *" target "* || " ${suites[*]} " == *" packages "* ]] && deps=(--target)
 scripts/install-deps.sh "${deps[@]}"
 
 jobs=$(nproc)
@@ -41,6 +43,7 @@ for suite in "${suites[@]}"; do
       build_and_test build-memcheck "" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKU_BUILD_EXAMPLES=OFF \
         "-DKU_TEST_LAUNCHER=valgrind;-q;--error-exitcode=99;--leak-check=full;--errors-for-leak-kinds=definite,indirect;--show-leak-kinds=definite,indirect;--suppressions=$PWD/tests/support/valgrind.supp" ;;
     target) build_and_test build-mipsel "" -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mipsel-linux-gnu.cmake ;;
-    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan, fuzz, memcheck, target)" >&2; exit 2 ;;
+    packages) scripts/packages.sh; scripts/abi.sh check ;;
+    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan, fuzz, memcheck, target, packages)" >&2; exit 2 ;;
   esac
 done

@@ -2,7 +2,12 @@
  *
  * Every tick and second count is signed 64-bit, also where time_t is narrower.
  * ku_tm is struct tm with a full calendar year (2026, not 126) and a month
- * running 1..12; it has struct tm's fields, in its order and of its types. */
+ * running 1..12; it has struct tm's fields, in its order and of its types.
+ *
+ * Threads: every function may run on several threads at once. The tick clocks,
+ * ku_utc_time, ku_local_time and ku_mktime hold no state, and ku_gm_time
+ * converts re-entrantly into the caller's record (every thread that logs calls
+ * it). */
 #ifndef KU_CLOCK_H
 #define KU_CLOCK_H
 

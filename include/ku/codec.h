@@ -4,7 +4,11 @@
  * ku_ascii2hex encodes bytes as hex text. Mind the argument orders: the Base64
  * encoder takes dst first, every other function src first. Only the Base64
  * decoder keeps to a destination limit; for the others the caller provides
- * the room stated below. Nothing allocates and nothing logs. */
+ * the room stated below. Nothing allocates and nothing logs.
+ *
+ * Threads: every function may run on several threads at once; they keep no
+ * state, and the digit table and the alphabet are constant. Only the caller's
+ * buffers are written, so two calls must not share a destination. */
 #ifndef KU_CODEC_H
 #define KU_CODEC_H
 

@@ -3,7 +3,10 @@
  *
  * There is no IV, no chaining and no authentication: equal 8-byte plaintext
  * blocks give equal ciphertext blocks. Both functions report nothing: when
- * memory runs out they leave out unchanged and return. */
+ * memory runs out they leave out unchanged and return.
+ *
+ * Threads: both functions work on their own memory and may run on several
+ * threads at once. KEY_ENC is the one shared value (see below). */
 #ifndef KU_DES_H
 #define KU_DES_H
 

@@ -20,7 +20,13 @@
  * is null or not a JSON object; the array readers treat a value that is not an
  * array like an absent one (0 or null); the array setters refuse (-1) a null
  * doc, root, key or field, a root that is not an object, a value under key
- * that is neither absent nor an array, and an element that is not an object. */
+ * that is neither absent nor an array, and an element that is not an object.
+ *
+ * Threads: no locks. A document, and any json_object tree, belongs to one
+ * thread at a time: even the printers change it, since json-c writes into the
+ * value's print buffer. Different documents may be used on different threads
+ * at once. ku_create_dir_for_file keeps its state on the caller's stack and
+ * blocks the caller until the shell has finished. */
 #ifndef KU_JSON_H
 #define KU_JSON_H
 

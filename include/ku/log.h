@@ -3,7 +3,12 @@
  * Line format: "[YYYY-MM-DD#hh:mm:ss#TICK]PREFIX MESSAGE" with UTC date and
  * time and the monotonic millisecond tick. Nothing is appended, so the caller's
  * format carries its own newline. Messages of 8128 characters or more are lost
- * whole; the log's own failures are reported on standard output with puts(). */
+ * whole; the log's own failures are reported on standard output with puts().
+ *
+ * Threads: any thread may call any function at any time. Each line goes out in
+ * one fprintf call, so lines from different threads never mix. The rate slots
+ * of ku_loop_trace have no lock: two threads on one slot can both pass its
+ * gate, which costs a line too many or too few, never a blocked thread. */
 #ifndef KU_LOG_H
 #define KU_LOG_H
 

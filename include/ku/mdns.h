@@ -4,7 +4,10 @@
  * library keeps no state and a published service is found again in the
  * process list. Arguments go into the command lines as they stand, neither
  * quoted nor checked: pass plain tokens. Command lines longer than 255
- * characters are refused with an error line in the log. */
+ * characters are refused with an error line in the log.
+ *
+ * Threads: no shared state and no locks; the calls may run on several threads
+ * at once, and each blocks its caller until the shell has returned. */
 #ifndef KU_MDNS_H
 #define KU_MDNS_H
 

@@ -20,7 +20,10 @@
  * The output room is the caller's: with n mono samples in a block (n =
  * frames for 2 or 3 channels, whole samples for 1 channel), at most
  * floor(n * out_rate / in_rate) + 2 samples are written. With equal rates
- * the output is exactly the mono block. */
+ * the output is exactly the mono block.
+ *
+ * Threads: no locks. A record is used by one thread at a time; separate
+ * records are independent and may run on different threads at once. */
 #ifndef KU_MINIRESAMPLE_H
 #define KU_MINIRESAMPLE_H
 

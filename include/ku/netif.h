@@ -3,7 +3,9 @@
  * IPv4 addresses are 32-bit words in network byte order, the form of
  * sin_addr and inet_addr(). Each call opens and closes a datagram socket of
  * its own; nothing is kept between calls and nothing is logged. Interface
- * names stay the caller's; only their first 15 bytes are used. */
+ * names stay the caller's; only their first 15 bytes are used.
+ *
+ * Threads: no shared state: every function may run on several threads at once. */
 #ifndef KU_NETIF_H
 #define KU_NETIF_H
 

@@ -8,7 +8,12 @@
  *
  * The loader writes straight to the standard streams, not through the log:
  * "open <file> succeed" on standard output once the file is found readable,
- * and one message per failure on standard error (see ku_plugin_create). */
+ * and one message per failure on standard error (see ku_plugin_create).
+ *
+ * Threads: no shared state of the loader's own and no locks, so loads may run
+ * on several threads at once; dlerror() and the standard streams are used as
+ * they are. A ku_plugin belongs to its caller: destroy it only when no thread
+ * uses its operations any more. */
 #ifndef KU_PLUGIN_H
 #define KU_PLUGIN_H
 

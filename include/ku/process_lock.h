@@ -6,7 +6,12 @@
  * "mknod /dev/plock c 210 0" (needs the right to make device nodes). An open
  * that fails is tried again, node test included, at the next call. What the
  * lock means, whether taking it blocks and what the calls return is the
- * driver's. The descriptor is not guarded: the first calls should not race. */
+ * driver's.
+ *
+ * Threads: all threads share the one descriptor, which no lock guards. Once
+ * it is open, the calls may run on several threads at once; two first calls
+ * at the same moment can both open the node, and one descriptor is then lost
+ * until the process ends, so make the first call before starting threads. */
 #ifndef KU_PROCESS_LOCK_H
 #define KU_PROCESS_LOCK_H
 

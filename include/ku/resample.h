@@ -13,7 +13,11 @@
  * publishes no prototypes for them, so they are not declared here.
  *
  * Samples are float, one channel; factor is the output rate divided by the
- * input rate. Not to be confused with the integer miniresample_* family. */
+ * input rate. Not to be confused with the integer miniresample_* family.
+ *
+ * Threads: libku adds no lock around these. A handle is used by one thread at
+ * a time; separate handles keep separate state and may run on different
+ * threads at once. */
 #ifndef KU_RESAMPLE_H
 #define KU_RESAMPLE_H
 

@@ -5,7 +5,11 @@
  * non-blocking and close-on-exec with SO_REUSEADDR set; local datagram
  * descriptors come back blocking and without close-on-exec. IPv4 addresses
  * are in network byte order, ports in host byte order with only their low
- * 16 bits used. No failure path leaves a descriptor open. */
+ * 16 bits used. No failure path leaves a descriptor open.
+ *
+ * Threads: no shared state and no locks: every function may run on several
+ * threads at once. ku_socket_tcpc blocks its caller for up to 3 seconds,
+ * ku_sock_local_send as sendto() does on a blocking datagram socket. */
 #ifndef KU_SOCKET_H
 #define KU_SOCKET_H
 

@@ -1,5 +1,9 @@
 /* String helpers: ASCII case conversion and blank trimming in place, and a
- * short token from the nanosecond clock. No function looks at a locale. */
+ * short token from the nanosecond clock. No function looks at a locale.
+ *
+ * Threads: no shared state: every function may run on several threads at once,
+ * but two threads must not pass the same text to strupr, strlwr or
+ * ku_string_trim at once. */
 #ifndef KU_STR_H
 #define KU_STR_H
 

@@ -11,7 +11,11 @@
  * kutable_save writes every cell plain, followed by one space, and a newline
  * after each row: it escapes nothing, so cells holding spaces or backslashes,
  * empty cells and rows that start with '#' do not come back the same from the
- * file. Comments and blank lines of the loaded file are not kept. */
+ * file. Comments and blank lines of the loaded file are not kept.
+ *
+ * Threads: no locks. A table belongs to one thread at a time; line buffers are
+ * on the caller's stack, so different tables may be used on different threads
+ * at once. */
 #ifndef KU_TABLE_H
 #define KU_TABLE_H
 

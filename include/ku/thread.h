@@ -3,7 +3,12 @@
  * Every thread made here gets at least 0x40000 bytes (256 KiB) of stack; a
  * larger default stays. A thread handle is the thread's pthread_t, and 0
  * stands for "no thread". A lock is a recursive pthread mutex in a heap block
- * of its own, owned by the caller from kulock_init to kulock_deinit. */
+ * of its own, owned by the caller from kulock_init to kulock_deinit.
+ *
+ * Threads: every function may be called from any thread, and nothing here
+ * keeps shared state. The thread that holds a lock may enter it again without
+ * blocking; the lock is free once it has left as often as it entered. No libku
+ * function takes one of these locks: they are for applications. */
 #ifndef KU_THREAD_H
 #define KU_THREAD_H
 
