@@ -33,6 +33,7 @@ struct Plan {
     unsigned calls = 0;
     long skip = 0;
     long fail = 0;
+    unsigned failed = 0;
     long counts[ku_test::kAllocCallKinds] = {};
 };
 
@@ -131,6 +132,7 @@ bool planned_failure(unsigned call, const void *caller)
     if (plan.fail > 0) {
         plan.fail--;
     }
+    plan.failed = call;
     return true;
 }
 
@@ -299,8 +301,14 @@ long AllocControl::count(unsigned calls) const
     return total;
 }
 
+unsigned AllocControl::last_failed() const
+{
+    return plan.failed;
+}
+
 void AllocControl::reset()
 {
+    plan.failed = 0;
     for (long &count : plan.counts) {
         count = 0;
     }

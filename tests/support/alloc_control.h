@@ -40,6 +40,8 @@ public:
     void allow();
     // Calls matching `calls` on this thread since construction or reset().
     long count(unsigned calls) const;
+    // The kind of the last call a plan failed on this thread, or 0.
+    unsigned last_failed() const;
     void reset();
 
     // Only calls made directly from code of the loaded objects whose file

@@ -91,6 +91,9 @@ public:
                 const long before = round.seen_;
                 round.seen_ += round.control_.count(round.calls_);
                 round.failed_last_ = round.target_ >= before && round.target_ < round.seen_;
+                if (round.failed_last_) {
+                    round.failed_kind_ = round.control_.last_failed();
+                }
                 round.control_.allow();
             }
         } disarm{*this};
@@ -101,6 +104,8 @@ public:
     bool failed() const { return target_ >= 0 && target_ < seen_; }
     // Whether it happened in the last armed() call.
     bool failed_last() const { return failed_last_; }
+    // The kind of call that failed (ku_test::kMalloc ...), 0 before.
+    unsigned failed_kind() const { return failed_kind_; }
     long seen() const { return seen_; }
     const std::array<long, ku_test::kAllocCallKinds> &kinds() const { return kinds_; }
     // Standard output and error of the round so far.
@@ -113,6 +118,7 @@ private:
     unsigned calls_;
     long seen_ = 0;
     bool failed_last_ = false;
+    unsigned failed_kind_ = 0;
     std::array<long, ku_test::kAllocCallKinds> kinds_{};
 };
 
@@ -168,8 +174,8 @@ Web &web()
 // The round's standard streams go to these files, emptied per round.
 struct Streams {
     TempDir dir;
-    int out = open(dir.file("out").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    int err = open(dir.file("err").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    int out = open(dir.file("out").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    int err = open(dir.file("err").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
 };
 
 Streams &streams()
@@ -555,7 +561,7 @@ std::vector<Case> cases()
         const std::string path = scratch("set.ini");
         write_file(path, kIni);
         const int port = r.armed([&] { return GetIniKeyInt("net", "port", path.c_str()); });
-        EXPECT_TRUE(port == 80 || (port == 0 && r.failed()));
+        EXPECT_EQ(port, r.failed_last() ? 0 : 80);
         const int put = r.armed([&] { return PutIniKeyString("net", "host", "b.example", path.c_str()); });
         const std::string replaced = "# settings\n[net]\nhost=b.example\nport=80\n[audio]\nrate=8000\n";
         if (put == 0) {
@@ -563,7 +569,7 @@ std::vector<Case> cases()
         } else {
             EXPECT_TRUE(r.failed());
             EXPECT_EQ(read_file(path), kIni) << "a failed rewrite touched the original";
-            EXPECT_NE(r.err().find("ERR: "), std::string::npos);
+            EXPECT_NE(r.err().find("Fail to open INI"), std::string::npos);
         }
         EXPECT_FALSE(exists(path + ".tmp"));
         const int put_int = r.armed([&] { return PutIniKeyInt("audio", "rate", 16000, path.c_str()); });
@@ -612,6 +618,7 @@ std::vector<Case> cases()
         }
         const int sent = r.armed([&] { return ku_sock_local_send(path.c_str(), "ping", 4); });
         EXPECT_EQ(sent, r.failed() ? -1 : 4);
+        EXPECT_EQ(r.err().find("ERR: ") != std::string::npos, r.failed());
         char got[8];
         EXPECT_EQ(recv(receiver, got, sizeof got, MSG_DONTWAIT), sent == 4 ? 4 : -1);
         ku_socket_close(receiver);
@@ -638,6 +645,10 @@ std::vector<Case> cases()
         if (response != nullptr) {
             EXPECT_EQ(response->body, nullptr);
         }
+        if (r.failed_kind() == ku_test::kFopen) {
+            EXPECT_EQ(response, nullptr);
+            EXPECT_EQ(r.err(), "HttpsRequest create " + path + " failed\n");
+        }
         HttpsFreeResponse(response);
     });
     add("https", "HttpsRequestNonBlock to memory", kWithCurl, [](Round &r) {
@@ -657,6 +668,10 @@ std::vector<Case> cases()
         check_download(r, response, path, true);
         if (response != nullptr) {
             EXPECT_EQ(option.done_size, response->body_length);
+        }
+        if (r.failed_kind() == ku_test::kFopen) {
+            EXPECT_EQ(response, nullptr);
+            EXPECT_EQ(r.err(), "HttpsRequestNonBlock create " + path + " failed\n");
         }
         HttpsFreeResponse(response);
     });
@@ -723,7 +738,8 @@ bool run_round(const Case &c, long target, std::array<long, ku_test::kAllocCallK
     alarm(0);
     if (::testing::Test::HasFailure()) {
         // The checks' messages went to the round's files with its output.
-        printf("%s%s", round.out().c_str(), round.err().c_str());
+        const std::string output = round.out() + round.err();
+        fwrite(output.data(), 1, output.size(), stdout);
     }
     if (kinds != nullptr) {
         *kinds = round.kinds();
