@@ -505,6 +505,7 @@ std::vector<Case> cases()
             EXPECT_EQ(read_file(target), "{\"data\":" + std::string(kJson) + "}");
         } else {
             EXPECT_TRUE(r.failed_last() || !tree);
+            EXPECT_EQ(read_file(target), "{\"old\":1}") << "a failed save emptied the file";
         }
         ku_json_destroy(made);
         const int read = r.armed([&] { return json_file_get_int(path.c_str(), "n"); });
