@@ -128,6 +128,7 @@ struct Case {
     std::vector<const char *> scope;  // objects whose calls may fail
     unsigned calls;                   // the kinds of call that may fail
     std::function<void(Round &)> run;
+    bool (*available)() = nullptr;  // null: always; else says whether it can run here
 };
 
 // A served document, its bytes and where the cases find it.
@@ -649,15 +650,15 @@ std::vector<Case> cases()
     for (const bool secure : {false, true}) {
         const char *request_name = secure ? "HttpsRequest over TLS" : "HttpsRequest over HTTP";
         add("https", request_name, kWithCurl, [secure](Round &r) {
-            if (secure && !web().tls) {
-                GTEST_SKIP() << "no test CA in the bundle";
-            }
             char headers[] = "X-One: 1\r\nX-Two: 2";
             HttpsResponse *response = r.armed(
                 [&] { return HttpsRequest(web().url(secure).c_str(), headers, nullptr, nullptr, 10); });
             check_download(r, response, "", false);
             HttpsFreeResponse(response);
         });
+        if (secure) {
+            all.back().available = [] { return web().tls; };
+        }
     }
     add("https", "HttpsRequest to a save file", kWithCurl, [](Round &r) {
         const std::string path = scratch("saved.bin");
@@ -674,8 +675,9 @@ std::vector<Case> cases()
         HttpsFreeResponse(response);
     });
     add("https", "HttpsRequestNonBlock to memory", kWithCurl, [](Round &r) {
+        char headers[] = "X-One: 1\r\nX-Two: 2";
         HttpsResponse *response = r.armed(
-            [&] { return HttpsRequestNonBlock(web().url(false).c_str(), nullptr, nullptr, nullptr); });
+            [&] { return HttpsRequestNonBlock(web().url(false).c_str(), headers, nullptr, nullptr); });
         check_download(r, response, "", true);
         HttpsFreeResponse(response);
     });
@@ -798,14 +800,15 @@ TEST_P(Torture, EveryFallibleCallFailsOnce)
         } else if (scope.size() == 2) {
             AllocControl::only_callers_in({scope[0], scope[1]});
         }
+        if (c.available != nullptr && !c.available()) {
+            printf("not run here: %s / %s (no private namespaces for the test CA)\n", c.family, c.name);
+            continue;
+        }
         long seen = 0;
         std::array<long, ku_test::kAllocCallKinds> kinds{};
         // The first run lets one-time set-up (libcurl's, the TLS library's)
         // happen, the second counts.
         ASSERT_TRUE(run_round(c, -1, nullptr, &seen));
-        if (::testing::Test::IsSkipped()) {
-            continue;
-        }
         ASSERT_TRUE(run_round(c, -1, &kinds, &seen));
         Summary &row = summary()[c.family];
         row.cases++;
