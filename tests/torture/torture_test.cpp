@@ -403,6 +403,9 @@ std::vector<Case> cases()
         }
         EXPECT_EQ(r.armed([&] { return membuffer_insert(&buffer, "<", 1, 0); }), 0);
         EXPECT_EQ(std::string(buffer.data, buffer.length), "<" + expected);
+        const std::string longer(200, 'z');
+        EXPECT_EQ(r.armed([&] { return membuffer_assign_str(&buffer, longer.c_str()); }), 0);
+        EXPECT_EQ(std::string(buffer.data, buffer.length), longer);
         membuffer_destroy(&buffer);
     });
     add("circle_buf", "circle_buf_init and init_from_mem", kLibku, [](Round &r) {
@@ -540,8 +543,13 @@ std::vector<Case> cases()
         EXPECT_TRUE(copy != nullptr || r.failed());
         free(copy);
         char *text = r.armed([&] { return ku_json_string_dup(doc); });
-        EXPECT_TRUE(text != nullptr || r.failed());
+        EXPECT_TRUE(text != nullptr || r.failed_last());
         free(text);
+        const char *ref = r.armed([&] { return ku_json_string_ref(doc); });
+        EXPECT_TRUE(ref != nullptr || r.failed_last());
+        char *spaced = r.armed([&] { return ku_json_obj_dup_obj_string(ku_json_get_obj(doc, "list")); });
+        EXPECT_TRUE(spaced != nullptr || r.failed_last());
+        free(spaced);
         const int set_old = r.armed([&] { return ku_json_array_set_int(doc, "list", 1, "id", 5); });
         EXPECT_TRUE(set_old == 0 || r.failed());
         EXPECT_EQ(ku_json_obj_get_int(ku_json_array_get_obj(doc, "list", 1), "id"), set_old == 0 ? 5 : 2);
