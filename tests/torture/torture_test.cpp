@@ -8,6 +8,7 @@
 // their own dependencies (OpenSSL, libc) are out of scope, as in curl's own
 // torture runs.
 #include "support/alloc_control.h"
+#include "support/capture.h"
 #include "support/nginx_server.h"
 #include "support/open_fds.h"
 #include "support/private_namespaces.h"
@@ -79,8 +80,9 @@ constexpr unsigned kWatchdogSeconds = 60;
 // count, and the `target`-th of them (from 0) fails; -1 fails none.
 class Round {
 public:
-    Round(AllocControl &control, long target, unsigned calls)
-        : control_(control), target_(target), calls_(calls) {}
+    Round(AllocControl &control, long target, unsigned calls, ku_test::CaptureFd &out,
+          ku_test::CaptureFd &err)
+        : control_(control), target_(target), calls_(calls), out_(out), err_(err) {}
 
     template <typename Call>
     auto armed(Call call)
@@ -116,14 +118,16 @@ public:
     unsigned failed_kind() const { return failed_kind_; }
     long seen() const { return seen_; }
     const std::array<long, ku_test::kAllocCallKinds> &kinds() const { return kinds_; }
-    // Standard output and error of the round so far.
-    std::string out() const;
-    std::string err() const;
+    // Standard output and error of the round; capturing ends at the first call.
+    std::string out() const { return out_.finish(); }
+    std::string err() const { return err_.finish(); }
 
 private:
     AllocControl &control_;
     long target_;
     unsigned calls_;
+    ku_test::CaptureFd &out_;
+    ku_test::CaptureFd &err_;
     long seen_ = 0;
     bool failed_last_ = false;
     unsigned failed_kind_ = 0;
@@ -179,61 +183,6 @@ Web &web()
     static Web shared;
     return shared;
 }
-
-// The round's standard streams go to these files, emptied per round.
-struct Streams {
-    TempDir dir;
-    int out = open(dir.file("out").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    int err = open(dir.file("err").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-};
-
-Streams &streams()
-{
-    static Streams shared;
-    return shared;
-}
-
-std::string Round::out() const
-{
-    fflush(stdout);
-    return read_file(streams().dir.file("out"));
-}
-
-std::string Round::err() const
-{
-    fflush(stderr);
-    return read_file(streams().dir.file("err"));
-}
-
-// Sends the standard streams to the round's files while it runs.
-class Redirect {
-public:
-    Redirect()
-    {
-        fflush(stdout);
-        fflush(stderr);
-        for (int fd : {streams().out, streams().err}) {
-            EXPECT_EQ(ftruncate(fd, 0), 0);
-        }
-        saved_out_ = dup(1);
-        saved_err_ = dup(2);
-        dup2(streams().out, 1);
-        dup2(streams().err, 2);
-    }
-    ~Redirect()
-    {
-        fflush(stdout);
-        fflush(stderr);
-        dup2(saved_out_, 1);
-        dup2(saved_err_, 2);
-        close(saved_out_);
-        close(saved_err_);
-    }
-
-private:
-    int saved_out_;
-    int saved_err_;
-};
 
 const char *round_name = "";
 int report_fd = 2;  // the real standard error, for what must not be lost
@@ -300,7 +249,7 @@ void check_download(const Round &round, const HttpsResponse *response, const std
 {
     const std::string &served = web().body;
     if (response == nullptr) {
-        EXPECT_TRUE(round.failed() || record_on_failure);
+        EXPECT_TRUE(round.failed());
         return;
     }
     std::string got = path.empty() ? std::string(response->body == nullptr ? "" : response->body,
@@ -773,31 +722,32 @@ bool run_round(const Case &c, long target, std::array<long, ku_test::kAllocCallK
     round_name = name.c_str();
     const int fds = ku_test::open_fd_count();
     AllocControl control;
-    Round round(control, target, c.calls);
-    alarm(kWatchdogSeconds);
     {
-        Redirect redirect;
+        ku_test::CaptureStdout out;
+        ku_test::CaptureStderr err;
+        Round round(control, target, c.calls, out, err);
+        alarm(kWatchdogSeconds);
         c.run(round);
+        alarm(0);
+        // The checks' messages went to the captured output with the round's.
+        const std::string output = out.finish() + err.finish();
+        if (::testing::Test::HasFailure()) {
+            fwrite(output.data(), 1, output.size(), stdout);
+        }
+        if (kinds != nullptr) {
+            *kinds = round.kinds();
+        }
+        *seen = round.seen();
+        if (target >= 0) {
+            EXPECT_TRUE(round.failed()) << "the call to fail was not reached";
+        }
     }
-    alarm(0);
-    if (::testing::Test::HasFailure()) {
-        // The checks' messages went to the round's files with its output.
-        const std::string output = round.out() + round.err();
-        fwrite(output.data(), 1, output.size(), stdout);
-    }
-    if (kinds != nullptr) {
-        *kinds = round.kinds();
-    }
-    *seen = round.seen();
     EXPECT_EQ(ku_test::open_fd_count(), fds) << "descriptors left open";
     // A leak is reported again at every later check: the first one counts.
     static bool leaked = false;
     if (!leaked && KU_TORTURE_LEAK_CHECK()) {
         leaked = true;
         ADD_FAILURE() << "memory leaked (report above); no more leak checks in this run";
-    }
-    if (target >= 0) {
-        EXPECT_TRUE(round.failed()) << "the call to fail was not reached";
     }
     return !::testing::Test::HasFailure();
 }
@@ -898,7 +848,6 @@ int main(int argc, char **argv)
 {
     ::testing::InitGoogleTest(&argc, argv);
     // Shared fixtures are made before the first round counts descriptors.
-    streams();
     scratch("");
     web();
     // Sanitizer reports of a round go where they are seen, not to its files.
