@@ -314,14 +314,14 @@ void AllocControl::reset()
     }
 }
 
-void AllocControl::only_callers_in(std::initializer_list<const char *> objects)
+void AllocControl::only_callers_in(const std::vector<const char *> &objects)
 {
     range_count.store(-1, std::memory_order_release);
-    if (objects.size() == 0) {
+    if (objects.empty()) {
         return;
     }
     struct Search {
-        std::initializer_list<const char *> objects;
+        const std::vector<const char *> &objects;
         int found = 0;
     } search{objects};
     dl_iterate_phdr(

@@ -6,7 +6,7 @@
 // that set a plan sees it.
 #pragma once
 
-#include <initializer_list>
+#include <vector>
 
 namespace ku_test {
 
@@ -49,7 +49,7 @@ public:
     // may fail, for every thread, until the next call; an empty list counts
     // every call again. Calls libc makes inside another wrapped call (the
     // malloc behind fopen) are then out of scope too.
-    static void only_callers_in(std::initializer_list<const char *> objects);
+    static void only_callers_in(const std::vector<const char *> &objects);
 
     // False when something above us replaced the allocator (valgrind does):
     // then plans have no effect and a test that needs one should skip.

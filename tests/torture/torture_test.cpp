@@ -756,13 +756,7 @@ TEST_P(Torture, EveryFallibleCallFailsOnce)
         if (GetParam() != c.family) {
             continue;
         }
-        AllocControl::only_callers_in({});
-        std::vector<const char *> scope = c.scope;
-        if (scope.size() == 1) {
-            AllocControl::only_callers_in({scope[0]});
-        } else if (scope.size() == 2) {
-            AllocControl::only_callers_in({scope[0], scope[1]});
-        }
+        AllocControl::only_callers_in(c.scope);
         if (c.available != nullptr && !c.available()) {
             printf("not run here: %s / %s (no private namespaces for the test CA)\n", c.family, c.name);
             continue;
@@ -822,25 +816,24 @@ public:
         }
         printf(" %7s %7s\n", "calls", "rounds");
         Summary total;
-        for (const auto &[family, row] : summary()) {
+        auto print = [](const std::string &family, const Summary &row) {
             long calls = 0;
             printf("%-13s %5ld", family.c_str(), row.cases);
-            for (int kind = 0; kind < ku_test::kAllocCallKinds; kind++) {
-                printf(" %7ld", row.kinds[kind]);
-                calls += row.kinds[kind];
-                total.kinds[kind] += row.kinds[kind];
+            for (long count : row.kinds) {
+                printf(" %7ld", count);
+                calls += count;
             }
             printf(" %7ld %7ld\n", calls, row.rounds);
+        };
+        for (const auto &[family, row] : summary()) {
+            print(family, row);
+            for (int kind = 0; kind < ku_test::kAllocCallKinds; kind++) {
+                total.kinds[kind] += row.kinds[kind];
+            }
             total.cases += row.cases;
             total.rounds += row.rounds;
         }
-        long calls = 0;
-        printf("%-13s %5ld", "all", total.cases);
-        for (long count : total.kinds) {
-            printf(" %7ld", count);
-            calls += count;
-        }
-        printf(" %7ld %7ld\n", calls, total.rounds);
+        print("all", total);
     }
 };
 
