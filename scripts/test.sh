@@ -2,6 +2,8 @@
 # Builds libku and runs its tests. With no argument it runs every suite:
 #   native   Release-with-debug-info build, all tests, benchmarks compiled
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer build, all tests
+#   torture  every fallible call of every case failed once, in the asan build,
+#            LeakSanitizer after each round (native only: no LSan under qemu)
 #   tsan     ThreadSanitizer build, the concurrency tests
 #   fuzz     every libFuzzer target for 30 s (clang, ASan + UBSan): no finding
 #   memcheck every unit test under valgrind: no leaks, no invalid accesses
@@ -13,7 +15,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 suites=("$@")
-((${#suites[@]})) || suites=(native asan tsan fuzz memcheck target packages)
+((${#suites[@]})) || suites=(native asan torture tsan fuzz memcheck target packages)
 
 deps=()
 [[ " ${suites[*]} " == *" target "* || " ${suites[*]} " == *" packages "* ]] && deps=(--target)
@@ -21,14 +23,22 @@ scripts/install-deps.sh "${deps[@]}"
 
 jobs=$(nproc)
 
+# build_and_test DIR LABEL [CMAKE_ARGS...]: LABEL selects CTest cases by
+# label; "!name" selects all but those labelled name.
 build_and_test() {
   local dir=$1 label=$2
   shift 2
   cmake -S . -B "$dir" -G Ninja "$@" > "$dir.configure.log" 2>&1 ||
     { cat "$dir.configure.log"; exit 1; }
-  cmake --build "$dir" -j "$jobs"
-  local select=()
-  [[ -n "$label" ]] && select=(-L "$label")
+  local select=() target=()
+  case $label in
+    "") ;;
+    !*) select=(-LE "${label#!}") ;;
+    *) select=(-L "$label") ;;
+  esac
+  # The torture suite prints its table of calls and rounds.
+  [[ $label == torture ]] && { target=(--target torture_test); select+=(-V); }
+  cmake --build "$dir" -j "$jobs" "${target[@]}"
   (cd "$dir" && ctest --output-on-failure -j "$jobs" "${select[@]}")
 }
 
@@ -36,7 +46,8 @@ for suite in "${suites[@]}"; do
   echo "=== $suite"
   case $suite in
     native) build_and_test build "" -DKU_BUILD_BENCH=ON ;;
-    asan)   build_and_test build-asan "" -DKU_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug ;;
+    asan)   build_and_test build-asan '!torture' -DKU_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug ;;
+    torture) build_and_test build-asan torture -DKU_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug ;;
     tsan)   build_and_test build-tsan concurrency -DKU_TSAN=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
     fuzz)   scripts/fuzz.sh 30 ;;
     memcheck)
@@ -44,6 +55,6 @@ for suite in "${suites[@]}"; do
         "-DKU_TEST_LAUNCHER=valgrind;-q;--error-exitcode=99;--leak-check=full;--errors-for-leak-kinds=definite,indirect;--show-leak-kinds=definite,indirect;--suppressions=$PWD/tests/support/valgrind.supp" ;;
     target) build_and_test build-mipsel "" -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mipsel-linux-gnu.cmake ;;
     packages) scripts/packages.sh; scripts/abi.sh check ;;
-    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan, fuzz, memcheck, target, packages)" >&2; exit 2 ;;
+    *) echo "test.sh: unknown suite '$suite' (native, asan, torture, tsan, fuzz, memcheck, target, packages)" >&2; exit 2 ;;
   esac
 done

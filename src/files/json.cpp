@@ -156,6 +156,13 @@ KU_API int ku_json_file_save(ku_json_doc *doc, const char *path) noexcept
         return -1;
     }
     ku_create_dir_for_file(target);
+    // json_object_to_file empties the file before it prints the tree, so a
+    // print that runs out of memory would leave it empty. Printed once here
+    // in the same layout, the tree keeps a buffer big enough for the second
+    // print, which then needs no memory: a failure leaves the file alone.
+    if (json_object_to_json_string_ext(root, JSON_C_TO_STRING_PLAIN) == nullptr) {
+        return -1;
+    }
     return json_object_to_file(target, root) < 0 ? -1 : 0;
 }
 

@@ -325,6 +325,20 @@ TEST(JsonDoc, FailedWriteGivesMinusOneAndKeepsTree)
     EXPECT_EQ(printed(doc.doc), R"({"a":1})");
 }
 
+TEST(JsonDoc, SaveWithoutMemoryKeepsTheFile)
+{
+    KU_REQUIRE_ALLOC_CONTROL();
+    TempDir dir;
+    const std::string path = dir.write("kept.json", R"({"old":1})");
+    Doc doc(R"({"a": 1})");
+    {
+        AllocControl alloc;
+        alloc.fail(ku_test::kAnyAlloc, 0, -1);
+        EXPECT_EQ(ku_json_file_save(doc.doc, path.c_str()), -1);
+    }
+    EXPECT_EQ(read_file(path), R"({"old":1})");
+}
+
 TEST(JsonDoc, CreateWithoutMemoryForObjectGivesHandleWithoutTree)
 {
     KU_REQUIRE_ALLOC_CONTROL();
