@@ -41,6 +41,21 @@ __attribute__((no_sanitize("thread"))) void set_slot_stamp(uint32_t slot, int64_
     ku_log_slots[slot] = now;
 }
 
+// A slot's stamp is two 32-bit stores on a 32-bit CPU: two threads stamping
+// one slot as the tick crosses a 2^32 boundary can leave a value about 2^32 ms
+// (49.7 days) ahead of the clock. A whole stamp is ahead of `now` only by
+// the time this thread spent between reading the clock and the slot while
+// another one stamped it: milliseconds, seconds if it was preempted. A stamp
+// further ahead than this can only be torn and counts as stale: one line too
+// many instead of weeks of silence.
+constexpr uint64_t kTornStampMs = 60 * 1000;
+
+// Unsigned difference: exact for any two ticks, with no signed overflow.
+bool is_torn(int64_t stamp, int64_t now) noexcept
+{
+    return stamp > now && static_cast<uint64_t>(stamp) - static_cast<uint64_t>(now) > kTornStampMs;
+}
+
 // Appends the decimal digits of `magnitude`, at least `min_digits` of them.
 // Digits come in pairs from a table, and 64-bit division (a library call on
 // 32-bit targets) is used only to split off nine digits at a time from a tick
@@ -145,7 +160,8 @@ void ku_log_emit(uint32_t slot, int32_t interval_ms, const char *prefix, char *m
 {
     const int64_t now = ku_ms_ticks();
     if (slot < KU_LOG_SLOTS && interval_ms != 0) {
-        if (now < slot_stamp(slot) + static_cast<int64_t>(interval_ms)) {
+        const int64_t stamp = slot_stamp(slot);
+        if (!is_torn(stamp, now) && now < stamp + static_cast<int64_t>(interval_ms)) {
             return;
         }
     }
