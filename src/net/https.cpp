@@ -75,6 +75,8 @@ void rewind_save_file(FILE *file) noexcept
     if (ftruncate(fileno(file), 0) != 0) {
         // Not truncated: the next attempt still writes from the start.
     }
+    // A write that failed for the dropped attempt says nothing about the next.
+    clearerr(file);
 }
 
 }  // namespace
