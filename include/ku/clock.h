@@ -45,7 +45,9 @@ KU_API int64_t ku_ns_ticks(void) KU_NOEXCEPT;
 /* Seconds since the epoch from time(). */
 KU_API int64_t ku_utc_time(void) KU_NOEXCEPT;
 /* ku_utc_time() shifted by zone_hours, computed in single precision at every
- * step: between 2004 and 2038 the result moves in steps of 128 seconds. */
+ * step: between 2004 and 2038 the result moves in steps of 128 seconds.
+ * zone_hours must lie between -24 and 24, both included: a value outside,
+ * NaN or an infinity gives -1, as does a sum beyond the int64_t range. */
 KU_API int64_t ku_local_time(float zone_hours) KU_NOEXCEPT;
 /* mktime() of tm taken as local time (year and month converted back first).
  * The caller's record is not changed. Returns -1 where mktime() does. */

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <unistd.h>
 
 namespace ku::containers {
 
@@ -14,6 +15,8 @@ namespace ku::containers {
 // not keep pulling the lock's cache line away from the holder; 16 attempts
 // bound the spin to a few hundred pauses before the thread sleeps. The list's
 // few pointer writes gain nothing from it (measured), so it locks plainly.
+// On a single CPU the holder cannot run while the waiter spins: there every
+// lock blocks at once.
 inline constexpr int kRingLockSpins = 16;
 inline constexpr int kListLockSpins = 0;
 inline constexpr int kMaxPause = 32;
@@ -28,8 +31,26 @@ inline void cpu_relax() noexcept
 #endif
 }
 
+// CPUs online, asked once per process (the device does not hot-plug them):
+// sysconf reads a file, far dearer than the spin it would decide on. A plain
+// int with relaxed atomics, which MIPS32 has without libatomic.
+inline int online_cpus() noexcept
+{
+    static int cached = 0;
+    int cpus = __atomic_load_n(&cached, __ATOMIC_RELAXED);
+    if (cpus == 0) {
+        const long online = sysconf(_SC_NPROCESSORS_ONLN);
+        cpus = online > 1 ? 2 : 1;  // only "more than one" matters
+        __atomic_store_n(&cached, cpus, __ATOMIC_RELAXED);
+    }
+    return cpus;
+}
+
 inline bool lock_mutex(pthread_mutex_t *mutex, int spins) noexcept
 {
+    if (spins > 0 && online_cpus() < 2) {
+        spins = 0;
+    }
     int pause = 1;
     for (int spin = 0; spin < spins; spin++) {
         if (pthread_mutex_trylock(mutex) == 0) {

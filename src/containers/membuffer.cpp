@@ -3,16 +3,14 @@
 // length, with one retry at the exact size) decides when realloc is called.
 #include "ku/membuffer.h"
 
+#include <errno.h>
+
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
-
-// The libc routine behind assert(): declared here because <assert.h> hides it
-// under NDEBUG, and the null-record check must stay in release builds.
-extern "C" [[noreturn]] void __assert_fail(const char *assertion, const char *file, unsigned int line,
-                                           const char *function) noexcept;
 
 namespace {
 
@@ -21,12 +19,26 @@ constexpr const char *kSource = "membuffer";
 constexpr const char *kNullRecord = "m != ((void *)0)";
 constexpr const char *kSizeOverflow = "alloc_len >= new_length";
 
-// Stops the process with the standard assertion message naming `function`.
-#define KU_REQUIRE(condition, text, function)                   \
-    do {                                                        \
-        if (!(condition)) {                                     \
-            __assert_fail((text), kSource, __LINE__, (function)); \
-        }                                                       \
+// Stops the process with the message of a failed assert(), as glibc words
+// it, naming `function`. Written out here rather than through assert(),
+// which NDEBUG would remove from release builds, or through libc's private
+// __assert_fail, whose declaration differs between C libraries and breaks
+// the link against musl and uClibc-ng.
+[[noreturn]] void stop(const char *assertion, unsigned int line, const char *function) noexcept
+{
+    // program_invocation_short_name: GNU, also in musl and uClibc-ng.
+    const char *program = program_invocation_short_name;
+    fprintf(stderr, "%s%s%s:%u: %s: Assertion `%s' failed.\n", program, program[0] != '\0' ? ": " : "",
+            kSource, line, function, assertion);
+    fflush(stderr);
+    abort();
+}
+
+#define KU_REQUIRE(condition, text, function)          \
+    do {                                               \
+        if (!(condition)) {                            \
+            stop((text), __LINE__, (function));        \
+        }                                              \
     } while (0)
 
 #define KU_REQUIRE_RECORD(m, function) KU_REQUIRE((m) != nullptr, kNullRecord, (function))

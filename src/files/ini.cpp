@@ -1,8 +1,13 @@
 // INI files, read and rewritten one line at a time with no parsed form in
 // memory. The readers return into one process-wide line buffer (callers must
 // not read from two threads at once); the writer copies the file to
-// "<path>.tmp" and renames it over the original only when the copy is whole.
+// "<path>.tmp" and renames it over the original only when the copy is whole
+// and on the disk, then syncs the directory so that the new name survives a
+// power cut too.
 #include "ku/ini.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -56,15 +61,42 @@ struct FileCloser {
             fclose(file);
         }
     }
-    // Closes now and says whether everything written reached the file.
-    bool close_clean() noexcept
+    // Closes now and says whether everything written reached the file; with
+    // `sync` also whether it is on the storage, not only in the page cache:
+    // a file renamed before that can be empty or short after a power cut.
+    bool close_clean(bool sync = false) noexcept
     {
-        const bool clean = ferror(file) == 0;
+        bool clean = ferror(file) == 0;
+        if (sync) {
+            clean = fflush(file) == 0 && ferror(file) == 0 && fsync(fileno(file)) == 0;
+        }
         const int closed = fclose(file);
         file = nullptr;
         return clean && closed == 0;
     }
 };
+
+// Makes the rename of `path` durable by syncing its directory. A directory
+// that cannot be opened for reading leaves this to the file system; a sync
+// that fails is reported.
+bool sync_directory_of(const char *path, char *scratch, size_t size) noexcept
+{
+    const char *slash = strrchr(path, '/');
+    if (slash == nullptr) {
+        snprintf(scratch, size, ".");
+    } else if (slash == path) {
+        snprintf(scratch, size, "/");
+    } else {
+        snprintf(scratch, size, "%.*s", static_cast<int>(slash - path), path);
+    }
+    const int fd = open(scratch, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        return true;
+    }
+    const bool synced = fsync(fd) == 0;
+    close(fd);
+    return synced;
+}
 
 enum class PutState { before_header, in_section, replaced };
 
@@ -159,14 +191,23 @@ KU_API int PutIniKeyString(const char *section, const char *key, const char *val
     }
     complete = complete && ferror(in.file) == 0;
     // Only a copy that reached the disk whole may replace the original.
-    complete = out.close_clean() && complete;
+    if (complete) {
+        complete = out.close_clean(true);
+    } else {
+        out.close_clean();
+    }
     in.close_clean();
     snprintf(line, sizeof line, "%s.tmp", path);
     if (!complete) {
         remove(line);
         return -1;
     }
-    return rename(line, path);
+    if (rename(line, path) != 0) {
+        return -1;
+    }
+    // The new content is in place; a failed directory sync says only that it
+    // may not survive a power cut, which the caller is told.
+    return sync_directory_of(path, line, sizeof line) ? 0 : -1;
 }
 
 KU_API int PutIniKeyInt(const char *section, const char *key, int value, const char *path) noexcept

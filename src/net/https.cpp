@@ -75,6 +75,8 @@ void rewind_save_file(FILE *file) noexcept
     if (ftruncate(fileno(file), 0) != 0) {
         // Not truncated: the next attempt still writes from the start.
     }
+    // A write that failed for the dropped attempt says nothing about the next.
+    clearerr(file);
 }
 
 }  // namespace
@@ -97,12 +99,15 @@ void curl_users_leave() noexcept
     }
 }
 
-bool SaveFile::open(const char *path, const char *who) noexcept
+bool SaveFile::open(const char *path, const char *who, bool batched) noexcept
 {
     file = fopen64(path, "w+");
     if (file == nullptr) {
         fprintf(stderr, kCreateFailed, who, path);
         return false;
+    }
+    if (!batched) {
+        return true;
     }
     buffer = static_cast<char *>(malloc(kSaveBuffer));
     if (buffer != nullptr && setvbuf(file, buffer, _IOFBF, kSaveBuffer) != 0) {
@@ -112,15 +117,22 @@ bool SaveFile::open(const char *path, const char *who) noexcept
     return true;
 }
 
-void SaveFile::close() noexcept
+bool SaveFile::close() noexcept
 {
+    bool closed = true;
     if (file != nullptr) {
-        fclose(file);
+        closed = fclose(file) == 0;
         file = nullptr;
     }
     // The stream used the buffer up to its close.
     free(buffer);
     buffer = nullptr;
+    return closed;
+}
+
+bool flush_save_file(FILE *file) noexcept
+{
+    return fflush(file) == 0 && ferror(file) == 0;
 }
 
 ChosenUrl::ChosenUrl(const char *url) noexcept : text(url)
@@ -200,8 +212,19 @@ HttpsResponse *make_response(Collected &collected, FILE *save_file) noexcept
         response->header = membuffer_detach(&collected.header);
     }
     if (save_file != nullptr) {
-        const long position = ftell(save_file);
+        // The 64-bit call whatever the build's off_t, as the file was opened
+        // with fopen64: a save file of 2 GiB or more keeps its length on a
+        // 32-bit target. After a failed write stdio has dropped what it held,
+        // so the position is what reached the file.
+        flush_save_file(save_file);
+        const off64_t position = ftello64(save_file);
         response->body_length = position > 0 ? static_cast<size_t>(position) : 0;
+        if constexpr (sizeof(size_t) < sizeof(off64_t)) {
+            // Past 4 GiB on a 32-bit target the length is no longer exact.
+            if (static_cast<uint64_t>(position) > SIZE_MAX) {
+                response->body_length = SIZE_MAX;
+            }
+        }
         return response;
     }
     response->body_length = collected.body.length;
@@ -316,7 +339,7 @@ KU_API HttpsResponse *HttpsRequest(const char *url, char *headers, const char *p
         timeout = kDefaultTimeout;
     }
     SaveFile save;
-    if (save_path != nullptr && !save.open(save_path, kName)) {
+    if (save_path != nullptr && !save.open(save_path, kName, true)) {
         return nullptr;
     }
 
@@ -362,6 +385,11 @@ KU_API HttpsResponse *HttpsRequest(const char *url, char *headers, const char *p
             }
         }
 
+        // Until the stream is flushed, bytes that libcurl handed over may sit
+        // in stdio's buffer: a full file system shows only now.
+        if (code == CURLE_OK && save.file != nullptr && !flush_save_file(save.file)) {
+            code = CURLE_WRITE_ERROR;
+        }
         header_list.release();
         curl_easy_reset(curl);
         if (code == CURLE_OK) {
@@ -372,7 +400,12 @@ KU_API HttpsResponse *HttpsRequest(const char *url, char *headers, const char *p
             fprintf(stderr, kFailed, kName, static_cast<int>(code));
         }
     }
-    save.close();
+    if (!save.close() && result != nullptr) {
+        // The last bytes may not have reached the file: no success.
+        HttpsFreeResponse(result);
+        result = nullptr;
+        fprintf(stderr, kFailed, kName, static_cast<int>(CURLE_WRITE_ERROR));
+    }
     curl_users_leave();
     return result;
 }

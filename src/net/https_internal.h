@@ -55,9 +55,14 @@ struct Collected {
 };
 
 // The record for what has arrived: header and body are taken over from
-// `collected`, or with a save file body_length is its position. Null when
-// the record cannot be allocated.
+// `collected`, or with a save file body_length is the file's position, which
+// counts only bytes that reached the file once it was flushed. Null when the
+// record cannot be allocated.
 HttpsResponse *make_response(Collected &collected, FILE *save_file) noexcept;
+
+// Pushes what stdio still holds to the file; false when any write of the
+// stream failed (a full file system, say), now or before.
+bool flush_save_file(FILE *file) noexcept;
 
 // The file that receives a body, closed on every path out of a request.
 struct SaveFile {
@@ -68,9 +73,12 @@ struct SaveFile {
     SaveFile(const SaveFile &) = delete;
     SaveFile &operator=(const SaveFile &) = delete;
     // Creates or truncates `path` (mode "w+"); on failure writes
-    // "<who> create <path> failed" to stderr and gives false.
-    bool open(const char *path, const char *who) noexcept;
-    void close() noexcept;
+    // "<who> create <path> failed" to stderr and gives false. `batched`
+    // gives the stream a large buffer, for a writer that flushes only at
+    // the end.
+    bool open(const char *path, const char *who, bool batched) noexcept;
+    // False when the close reported an error: bytes may be missing.
+    bool close() noexcept;
 };
 
 // The options that follow the URL and HTTP version in both requests, in

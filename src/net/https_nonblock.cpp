@@ -20,7 +20,8 @@ constexpr long kIdleWaitMs = 1000;
 
 // The save file's write callback: counts the bytes and reports the share of
 // the expected size in percent, computed in 64 bits so that sizes above
-// 42 MB do not overflow.
+// 42 MB do not overflow. Each piece is flushed before it counts, so that
+// progress and done_size never report bytes that a full file system refused.
 size_t HttpsFileCallback(char *data, size_t size, size_t nmemb, void *user) noexcept
 {
     auto *option = static_cast<HttpsOption *>(user);
@@ -28,7 +29,7 @@ size_t HttpsFileCallback(char *data, size_t size, size_t nmemb, void *user) noex
         return 0;
     }
     const size_t count = fwrite(data, size, nmemb, option->file);
-    if (count == 0) {
+    if (count == 0 || !flush_save_file(option->file)) {
         return 0;
     }
     if (option->total_size == 0) {
@@ -113,7 +114,7 @@ KU_API HttpsResponse *HttpsRequestNonBlock(const char *url, char *headers, const
 
     SaveFile save;
     if (save_path != nullptr) {
-        if (!save.open(save_path, kName)) {
+        if (!save.open(save_path, kName, false)) {
             return nullptr;
         }
         option->file = save.file;
@@ -165,7 +166,11 @@ KU_API HttpsResponse *HttpsRequestNonBlock(const char *url, char *headers, const
         header_list.release();
         curl_easy_cleanup(curl);
     }
-    save.close();
+    if (!save.close() && result != nullptr) {
+        // A failed close may have lost the last bytes: report none as saved,
+        // so that a caller comparing with the expected size sees a failure.
+        result->body_length = 0;
+    }
     if (multi != nullptr) {
         curl_multi_cleanup(multi);
     }

@@ -187,7 +187,9 @@ KU_API int ku_sock_local_send(const char *path, const void *data, size_t length)
     const ssize_t sent = sendto(sock.fd, data, length, 0,
                                 reinterpret_cast<const sockaddr *>(&address), sizeof address);
     if (sent <= 0) {
-        ku_err(kSendFailed, strerror(errno));
+        // A datagram of no bytes goes out with no error: errno still holds
+        // whatever an earlier call left, so name the refusal itself.
+        ku_err(kSendFailed, strerror(sent == 0 ? ENODATA : errno));
         return -1;
     }
     return static_cast<int>(sent);

@@ -64,11 +64,22 @@ KU_API int64_t ku_utc_time(void) noexcept
 
 KU_API int64_t ku_local_time(float zone_hours) noexcept
 {
+    // No zone lies further than a day from UTC. The test is written so that
+    // NaN fails it too: converting NaN, infinity or a float beyond the
+    // int64_t range is undefined behaviour, not merely a wrong hour.
+    constexpr float kMaxZoneHours = 24.0f;
+    constexpr float kInt64Limit = 9223372036854775808.0f;  // 2^63
+    if (!(zone_hours >= -kMaxZoneHours && zone_hours <= kMaxZoneHours)) {
+        return -1;
+    }
     // Single precision on purpose at every step: callers rely on the result
     // being exactly what this float arithmetic gives.
     const float utc = static_cast<float>(ku_utc_time());
     const float shift = zone_hours * 3600.0f;
     const float local = utc + shift;
+    if (!(local >= -kInt64Limit && local < kInt64Limit)) {
+        return -1;
+    }
     return static_cast<int64_t>(local);
 }
 

@@ -11,6 +11,7 @@
 
 #include "ku/des.h"
 
+#include <openssl/crypto.h>
 #include <openssl/des.h>
 
 #include <cstdlib>
@@ -21,19 +22,37 @@ namespace {
 constexpr size_t kBlock = 8;
 constexpr size_t kKeyBytes = 24;
 
-// A malloc block freed on every path.
+// A malloc block freed on every path. It holds plaintext in one direction or
+// the other, so it is wiped before the allocator may hand it to anyone else;
+// OPENSSL_cleanse, because a memset before free may be optimised away.
 struct WorkArea {
-    explicit WorkArea(size_t size) noexcept : bytes(static_cast<unsigned char *>(std::malloc(size))) {}
-    ~WorkArea() { std::free(bytes); }
+    explicit WorkArea(size_t size) noexcept
+        : bytes(static_cast<unsigned char *>(std::malloc(size))), size(size)
+    {
+    }
+    ~WorkArea()
+    {
+        if (bytes != nullptr) {
+            OPENSSL_cleanse(bytes, size);
+        }
+        std::free(bytes);
+    }
     WorkArea(const WorkArea &) = delete;
     WorkArea &operator=(const WorkArea &) = delete;
     unsigned char *bytes;
+    size_t size;
 };
 
+// The schedules are the key in another form: wiped when the call ends, so
+// that no later stack frame can find them.
 struct KeySchedules {
     DES_key_schedule ks1;
     DES_key_schedule ks2;
     DES_key_schedule ks3;
+    KeySchedules() = default;
+    ~KeySchedules() { OPENSSL_cleanse(this, sizeof *this); }
+    KeySchedules(const KeySchedules &) = delete;
+    KeySchedules &operator=(const KeySchedules &) = delete;
 };
 
 void make_schedules(const unsigned char *key, KeySchedules &schedules) noexcept
@@ -45,6 +64,7 @@ void make_schedules(const unsigned char *key, KeySchedules &schedules) noexcept
         DES_cblock block;
         std::memcpy(block, bytes + i * kBlock, kBlock);
         DES_set_key_unchecked(&block, targets[i]);
+        OPENSSL_cleanse(block, sizeof block);
     }
 }
 

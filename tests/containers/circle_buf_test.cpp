@@ -3,6 +3,11 @@
 // one handle with the byte stream checked end to end.
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+#include <errno.h>
+#include <pthread.h>
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -358,6 +363,62 @@ TEST(CircleBufFromMem, FailedHandleAllocationLeavesCallerMemory)
 }
 
 // --- threads -----------------------------------------------------------------
+
+// --- a single CPU ---------------------------------------------------------------
+// This executable reports one online CPU to the library, the common device.
+// pthread_mutex_trylock is defined here too, to count the library's attempts
+// and to make them find the mutex busy. ThreadSanitizer defines the one and
+// calls the other before it is ready: under it neither is replaced and the
+// case does not run.
+
+#if defined(__SANITIZE_THREAD__)
+#define KU_TEST_TSAN 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define KU_TEST_TSAN 1
+#endif
+#endif
+
+#ifndef KU_TEST_TSAN
+extern "C" long __sysconf(int name);  // glibc's own, behind sysconf
+
+extern "C" long sysconf(int name) noexcept
+{
+    return name == _SC_NPROCESSORS_ONLN ? 1 : __sysconf(name);
+}
+
+namespace {
+std::atomic<bool> trylock_busy{false};
+std::atomic<int> trylocks{0};
+}  // namespace
+
+extern "C" int pthread_mutex_trylock(pthread_mutex_t *mutex) noexcept
+{
+    if (trylock_busy) {
+        ++trylocks;
+        return EBUSY;
+    }
+    static const auto real = reinterpret_cast<int (*)(pthread_mutex_t *)>(dlsym(RTLD_NEXT, "pthread_mutex_trylock"));
+    return real(mutex);
+}
+#endif
+
+// Spinning on one CPU only burns the time slice that the holder needs to
+// let go: a busy ring mutex is waited for at once.
+TEST(CircleBufThreads, OneCpuWaitsForABusyMutexWithoutSpinning)
+{
+#ifdef KU_TEST_TSAN
+    GTEST_SKIP() << "ThreadSanitizer defines pthread_mutex_trylock itself";
+#else
+    Ring ring(64);
+    trylocks = 0;
+    trylock_busy = true;
+    const int32_t written = ring.write("abc");
+    trylock_busy = false;
+    EXPECT_EQ(written, 3);
+    EXPECT_LE(trylocks.load(), 1);
+#endif
+}
 
 TEST(CircleBufThreads, ProducerAndConsumerKeepStreamIntact)
 {

@@ -3,6 +3,7 @@
 // temporary file never replaces the original.
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -10,7 +11,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "ku/ini.h"
 #include "support/capture.h"
@@ -262,4 +266,89 @@ TEST_F(Ini, FailedWriteOfTheTemporaryFileNeverReplacesTheOriginal)
         GTEST_SKIP() << "no private mount namespace here (needs root): full-disk case not run";
     }
     EXPECT_EQ(WEXITSTATUS(status), 0) << "20: wrong result, 21: original changed, 22: copy left";
+}
+
+// --- durability: the order of fsync and rename ------------------------------
+// fsync and rename are defined here, so the library's calls land in this
+// executable: each is recorded (fsync by the path of its descriptor) and
+// forwarded, unless the row makes the fsync of one path fail.
+
+namespace {
+
+struct SyncLog {
+    std::vector<std::string> calls;
+    std::string failing_fsync;  // path whose fsync gives EIO
+};
+SyncLog *sync_log = nullptr;
+
+std::string path_of(int fd)
+{
+    char link[PATH_MAX];
+    const ssize_t length = readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), link, sizeof link);
+    return length > 0 ? std::string(link, static_cast<size_t>(length)) : "?";
+}
+
+template <typename F> F real(const char *name)
+{
+    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" int fsync(int fd)
+{
+    if (sync_log != nullptr) {
+        const std::string path = path_of(fd);
+        sync_log->calls.push_back("fsync " + path);
+        if (path == sync_log->failing_fsync) {
+            errno = EIO;
+            return -1;
+        }
+    }
+    return real<int (*)(int)>("fsync")(fd);
+}
+
+extern "C" int rename(const char *from, const char *to) noexcept
+{
+    if (sync_log != nullptr) {
+        sync_log->calls.push_back(std::string("rename ") + from + " " + to);
+    }
+    return real<int (*)(const char *, const char *)>("rename")(from, to);
+}
+
+// The copy is on the storage before its rename, and the directory after it:
+// else a power cut can leave an empty or short file under the old name. A
+// copy whose fsync fails never replaces the original.
+TEST_F(Ini, RewriteSyncsTheCopyBeforeItsRenameAndTheDirectoryAfter)
+{
+    char *real_dir = realpath(dir_.path().c_str(), nullptr);
+    ASSERT_NE(real_dir, nullptr);
+    const std::string directory = real_dir;
+    free(real_dir);
+    const std::string file = directory + "/config.ini";
+    const std::string copy = file + ".tmp";
+    const std::vector<std::string> all = {"fsync " + copy, "rename " + copy + " " + file, "fsync " + directory};
+    struct Row {
+        std::string failing_fsync;
+        int result;
+        std::vector<std::string> calls;
+        const char *content;
+    };
+    const Row rows[] = {
+        {"", 0, all, "[one]\na=9\n[two]\nb=2\n"},
+        {copy, -1, {all[0]}, kTwoSections},                  // original kept byte for byte
+        {directory, -1, all, "[one]\na=9\n[two]\nb=2\n"},  // in place, maybe not durable
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.failing_fsync);
+        write(kTwoSections);
+        SyncLog log{{}, row.failing_fsync};
+        sync_log = &log;
+        const int result = PutIniKeyString("one", "a", "9", file.c_str());
+        sync_log = nullptr;
+        EXPECT_EQ(result, row.result);
+        EXPECT_EQ(log.calls, row.calls);
+        EXPECT_EQ(read_file(path_), row.content);
+        EXPECT_NE(access(copy.c_str(), F_OK), 0);
+    }
 }

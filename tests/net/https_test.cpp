@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -857,6 +858,41 @@ TEST_F(HttpsNginx, NonBlockNotFoundAndEmptyBody)
     ASSERT_NE(empty, nullptr);
     EXPECT_EQ(empty->body, nullptr);
     EXPECT_EQ(empty->body_length, 0u);
+}
+
+// A save file on a full file system: 200 KiB served to a tmpfs of 100 KiB.
+// Neither request may call that a success, and a length or a count must
+// never exceed what is on disk.
+TEST(HttpsSaveFile, FullFileSystemIsAFailedTransfer)
+{
+    if (!kInNamespaces) {
+        GTEST_SKIP() << ku_test::private_namespaces_missing_reason();
+    }
+    constexpr size_t kServed = 200 * 1024;
+    ScriptServer server(ku_test::answer_with(ScriptServer::response(200, "OK", std::string(kServed, 'f'))));
+    TempDir dir;
+    const std::string mount_point = dir.file("fs");
+    ASSERT_EQ(mkdir(mount_point.c_str(), 0700), 0);
+    ASSERT_EQ(mount("tmpfs", mount_point.c_str(), "tmpfs", 0, "size=100k"), 0);
+    const std::string path = mount_point + "/save.bin";
+    const auto on_disk = [&] {
+        struct stat st {};
+        return stat(path.c_str(), &st) == 0 ? static_cast<size_t>(st.st_size) : kServed + 1;
+    };
+
+    CaptureStderr err;
+    EXPECT_EQ(request(server.url("/"), nullptr, nullptr, path.c_str()), nullptr);
+    EXPECT_EQ(err.finish(), "HttpsRequest failed, res=23\n");  // CURLE_WRITE_ERROR
+    EXPECT_LT(on_disk(), kServed);
+
+    HttpsOption option = file_option(path);
+    option.total_size = kServed;
+    const Response partial = request_nonblock(server.url("/"), &option);
+    ASSERT_NE(partial, nullptr);
+    EXPECT_LT(on_disk(), kServed);
+    EXPECT_EQ(partial->body_length, on_disk());
+    EXPECT_LE(option.done_size, on_disk());
+    EXPECT_EQ(umount2(mount_point.c_str(), MNT_DETACH), 0);
 }
 
 TEST(HttpsNonBlock, PostAndHeadersReachTheServer)

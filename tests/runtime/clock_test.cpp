@@ -1,9 +1,11 @@
 // Tick rounding, calendar conversions and the single-precision local time.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <string>
 
 #include "ku/clock.h"
@@ -205,6 +207,26 @@ TEST(LocalTime, HalfHourZoneShiftsBeforeRounding)
     // float(1795390927) is 1795390976; +-19800 s, then rounded again.
     EXPECT_EQ(ku_local_time(5.5f), 1795410816);
     EXPECT_EQ(ku_local_time(-5.5f), 1795371136);
+}
+
+// No zone lies beyond a day from UTC: such a value, NaN or infinity, gives
+// -1 instead of an undefined float conversion; the bounds themselves count.
+TEST(LocalTime, ZoneBeyondADayOrNotANumberGivesMinusOne)
+{
+    FakeClock clock;
+    clock.set_utc(1795390927);
+    const float inf = std::numeric_limits<float>::infinity();
+    const struct {
+        float zone_hours;
+        int64_t expected;
+    } rows[] = {
+        {24.0f, 1795390976 + 86400}, {-24.0f, 1795390976 - 86400}, {std::nextafter(24.0f, 25.0f), -1},
+        {-25.0f, -1},                {1e30f, -1},                  {inf, -1},
+        {-inf, -1},                  {std::nanf(""), -1},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(ku_local_time(row.zone_hours), row.expected) << row.zone_hours;
+    }
 }
 
 TEST(LocalTime, StepIs128Seconds)

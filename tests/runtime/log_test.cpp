@@ -39,6 +39,14 @@ std::string stderr_of(void (*call)())
     return err.finish();
 }
 
+// Whatever ku_loop_trace(slot, 100 ms) writes.
+std::string stderr_of_slot(uint32_t slot)
+{
+    CaptureStderr err;
+    ku_loop_trace(slot, 100, "gated\n");
+    return err.finish();
+}
+
 }  // namespace
 
 TEST_F(Log, ErrorLineFormatHasTwoBlanksBeforeMessage)
@@ -257,6 +265,26 @@ TEST_F(Log, FailureLineComesOutEvenWhenTheGateWouldHold)
     CaptureStdout out;
     ku_loop_trace(14, 1000, "%s", message.c_str());
     EXPECT_EQ(out.finish(), "!!!!! ku log, too long log\n");
+}
+
+// A stamp far ahead of the clock can only be a torn 64-bit store (two
+// 32-bit halves from two threads): it must not hold the slot for 49.7 days.
+// One a little ahead is another thread's later reading and still holds.
+TEST_F(Log, StampFarAheadOfTheClockIsTornAndStale)
+{
+    struct Row {
+        uint32_t slot;
+        int64_t ahead_ms;  // the slot's stamp minus the clock's present
+        bool written;
+    };
+    const Row rows[] = {{15, int64_t{1} << 32, true}, {16, 60001, true}, {17, 60000, false}, {18, 2, false}};
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.slot);
+        clock.set_ms(1000 + row.ahead_ms);
+        stderr_of_slot(row.slot);  // stamps the slot
+        clock.set_ms(1000);
+        EXPECT_EQ(stderr_of_slot(row.slot) != "", row.written);
+    }
 }
 
 // --- threads --------------------------------------------------------------

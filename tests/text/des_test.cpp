@@ -1,9 +1,15 @@
 // Triple DES against OpenSSL's EVP des-ede3-ecb, the default key, the output
 // sizes of both directions, in-place use and allocation failure.
+#define OPENSSL_SUPPRESS_DEPRECATED 1  // DES_set_key_unchecked, to know the schedules
+
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+#include <openssl/crypto.h>
+#include <openssl/des.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -222,6 +228,49 @@ TEST(TripleDes, FailedAllocationLeavesOutUnchanged)
             codec(kKey, plain.data(), 16, out.data());
             alloc.allow();
             EXPECT_EQ(out, Bytes(24, kSentinel)) << "skip " << skip;
+        }
+    }
+}
+
+// OPENSSL_cleanse is defined here, so the library's calls land in this
+// executable: each wiped region is recorded as it was before the wipe.
+std::vector<std::string> *wiped = nullptr;
+
+extern "C" void OPENSSL_cleanse(void *ptr, size_t len)
+{
+    if (wiped != nullptr) {
+        wiped->emplace_back(static_cast<const char *>(ptr), len);
+    }
+    reinterpret_cast<void (*)(void *, size_t)>(dlsym(RTLD_NEXT, "OPENSSL_cleanse"))(ptr, len);
+}
+
+// Plaintext copies, key blocks and key schedules are wiped before their
+// memory goes back to the allocator or the stack, in both directions.
+TEST(TripleDes, PlaintextAndKeyMaterialAreWipedBeforeRelease)
+{
+    const std::string plain = "attack at dawn!";  // 15 bytes: one zero pads the block
+    std::vector<std::string> secrets = {plain};
+    for (int i = 0; i < 3; ++i) {
+        DES_cblock block;
+        std::memcpy(block, kKey + 8 * i, 8);
+        DES_key_schedule schedule;
+        DES_set_key_unchecked(&block, &schedule);
+        secrets.emplace_back(reinterpret_cast<const char *>(kKey + 8 * i), 8);
+        secrets.emplace_back(reinterpret_cast<const char *>(&schedule), sizeof schedule);
+    }
+    const Bytes cipher = encode3(kKey, Bytes(plain.begin(), plain.end()));
+    for (auto *codec : {&ku_des_encode3, &ku_des_decode3}) {
+        const bool encoding = codec == &ku_des_encode3;
+        Bytes out(16);
+        std::vector<std::string> log;
+        wiped = &log;
+        codec(kKey, encoding ? plain.data() : static_cast<const void *>(cipher.data()),
+              static_cast<int32_t>(encoding ? plain.size() : cipher.size()), out.data());
+        wiped = nullptr;
+        for (const std::string &secret : secrets) {
+            EXPECT_TRUE(std::any_of(log.begin(), log.end(),
+                                    [&](const std::string &region) { return region.find(secret) != std::string::npos; }))
+                << (encoding ? "encode: " : "decode: ") << "not wiped: " << hex(Bytes(secret.begin(), secret.end()));
         }
     }
 }
