@@ -1,5 +1,5 @@
 // What every subcommand of the ku tool shares: the exit statuses, the one-line
-// error, help handling, option parsing and whole-stream input and output.
+// error, help handling, option parsing and chunked input and output.
 //
 // A subcommand is a function `int run(int argc, char **argv)` whose argv[0]
 // is its own name ("b64", "json", ...). It writes data to stdout, at most one
@@ -57,8 +57,15 @@ std::optional<ParsedArgs> parse_args(std::string_view cmd, int argc, char **argv
 // Integer in [min, max], decimal (or 0x hexadecimal); nullopt otherwise.
 std::optional<long long> parse_int(std::string_view text, long long min, long long max);
 
-// Reads the whole stream; false on a read error.
+// Reads the whole stream; false on a read error. Only for inputs that are
+// small by nature (a key, a header): data streams go through read_full.
 bool read_all(FILE *stream, std::string &out);
+// Fills `size` bytes unless the stream ends first, so that a short read from
+// a pipe never looks like the end; gives the bytes read. A read error shows
+// in ferror(stream).
+size_t read_full(FILE *stream, void *buffer, size_t size);
+// The size of the fixed chunks in which the stream commands work.
+inline constexpr size_t kStreamChunk = 65536;
 bool read_file(const std::string &path, std::string &out);
 // True when `path` opens for reading. Commands test this before handing a
 // path to a library call that would log a line of its own about it.
