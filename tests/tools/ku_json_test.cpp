@@ -29,6 +29,10 @@ TEST_F(KuJson, PrintGivesCompactJson)
     EXPECT_EQ(result.out, "{\"a\":1,\"b\":[true,null],\"u\":\"x/y\"}\n");
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(ku({"json", "print", file, "b"}).out, "[true,null]\n");
+    EXPECT_EQ(ku({"json", "print", "--pretty", file}).out,
+              "{\n  \"a\": 1,\n  \"b\": [\n    true,\n    null\n  ],\n  \"u\": \"x/y\"\n}\n");
+    const auto file2 = dir.write("d.json", R"({"e": {}, "f": [], "g": "q\",{[:"})");
+    EXPECT_EQ(ku({"json", "print", "-p", file2}).out, "{\n  \"e\": {},\n  \"f\": [],\n  \"g\": \"q\\\",{[:\"\n}\n");
 }
 
 TEST_F(KuJson, GetGivesStringsBareAndOtherValuesAsJson)
@@ -89,6 +93,23 @@ TEST_F(KuJson, SetMakesMissingObjectsAndFiles)
     ASSERT_EQ(ku({"json", "set", file, "hosts", "[{\"addr\": \"a\"}]"}).status, 0);
     ASSERT_EQ(ku({"json", "set", file, "hosts.0.addr", "b"}).status, 0);
     EXPECT_EQ(ku({"json", "get", file, "hosts.0.addr"}).out, "b\n");
+}
+
+// The tool makes missing directories itself: the library would hand the
+// directory to the shell unquoted. The saved file reads as printed, "/" bare.
+TEST_F(KuJson, SaveMakesOnlyTheNamedDirectories)
+{
+    ku_test::ProcessOptions options;
+    options.cwd = dir.path();
+    for (const std::string path : {"x/a b/f.json", "x/$(touch pwned)/f.json"}) {
+        SCOPED_TRACE(path);
+        const auto result = ku({"json", "set", path, "url", "http://a/b"}, options);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(read_file(dir.file(path)), R"({"url":"http://a/b"})");
+    }
+    EXPECT_EQ(ku_test::run_process({"sh", "-c", "cd '" + dir.path() + "' && find . | sort"}).out,
+              ".\n./x\n./x/$(touch pwned)\n./x/$(touch pwned)/f.json\n./x/a b\n./x/a b/f.json\n");
 }
 
 TEST_F(KuJson, SetRefusesWhatJsonCannotHold)
