@@ -17,6 +17,8 @@ native=(
   nginx-light openssl curl busybox iproute2 util-linux procps python3
   libsamplerate0-dev libspeexdsp-dev
   doxygen
+  # peer of the ku tool benchmark (xxd -r -p)
+  xxd
 )
 
 # The target's libraries come from Debian's mipsel architecture (multiarch,
