@@ -134,7 +134,9 @@ TEST_F(KuJson, DelRemovesAKeyAndSaves)
 
 TEST_F(KuJson, MissingAndBrokenFilesFail)
 {
-    expect_one_line_error(ku({"json", "print", dir.file("absent.json")}), 1, "json");
+    const auto absent = ku({"json", "print", dir.file("absent.json")});
+    expect_one_line_error(absent, 1, "json");
+    EXPECT_NE(absent.err.find("absent.json: No such file or directory"), std::string::npos) << absent.err;
     expect_one_line_error(ku({"json", "del", dir.file("absent.json"), "a"}), 1, "json");
     const auto broken = dir.write("broken.json", "{\"a\": ");
     expect_one_line_error(ku({"json", "get", broken, "a"}), 1, "json");

@@ -182,6 +182,11 @@ bool can_read(const std::string &path)
     return true;
 }
 
+std::string reason()
+{
+    return errno == 0 ? std::string() : std::string(": ") + std::strerror(errno);
+}
+
 bool write_all(FILE *stream, std::string_view bytes)
 {
     if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), stream) != bytes.size())

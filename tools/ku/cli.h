@@ -68,8 +68,12 @@ size_t read_full(FILE *stream, void *buffer, size_t size);
 inline constexpr size_t kStreamChunk = 65536;
 bool read_file(const std::string &path, std::string &out);
 // True when `path` opens for reading. Commands test this before handing a
-// path to a library call that would log a line of its own about it.
+// path to a library call that would log a line of its own about it. On
+// false, errno tells why.
 bool can_read(const std::string &path);
+// ": " and the strerror text of errno, for a message about a file; empty when
+// errno is 0 (a library call that failed without a system error).
+std::string reason();
 // Writes all bytes and flushes; false on a write error (a closed pipe too).
 bool write_all(FILE *stream, std::string_view bytes);
 
