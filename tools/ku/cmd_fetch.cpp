@@ -101,9 +101,10 @@ std::string human_bytes(double bytes)
 }
 
 // The body on its way to stdout: the library writes it into a pipe, opened
-// by name as /dev/fd/N, and a thread copies it to stdout. The thread keeps
-// draining after a failed write, so the library never blocks on a full pipe;
-// the cancel test then ends the transfer.
+// by name as /proc/self/fd/N (not every device has /dev/fd), and a thread
+// copies it to stdout. The thread keeps draining after a failed write, so
+// the library never blocks on a full pipe; the cancel test then ends the
+// transfer.
 struct Stream {
     int read_fd = -1, write_fd = -1;
     std::string path;
@@ -119,7 +120,7 @@ struct Stream {
             return false;
         read_fd = fds[0];
         write_fd = fds[1];
-        path = "/dev/fd/" + std::to_string(write_fd);
+        path = "/proc/self/fd/" + std::to_string(write_fd);
         // The signals that wake the request's wait belong to the main
         // thread: the copier is started with them blocked.
         sigset_t wake, previous;
