@@ -27,6 +27,8 @@ native=(
   doxygen man-db
   # packages and the ABI guard (scripts/packages.sh, scripts/abi.sh)
   lintian abigail-tools dpkg-dev
+  # peer of the ku tool benchmark (xxd -r -p)
+  xxd
 )
 
 # The target's libraries come from Debian's mipsel architecture (multiarch,

@@ -112,12 +112,16 @@ TEST_F(KuCli, NoArgumentsIsAUsageErrorOnStderr)
     EXPECT_NE(result.err.find("usage: ku COMMAND"), std::string::npos);
 }
 
-TEST_F(KuCli, UnknownCommandIsOneLineAndStatus2)
+TEST_F(KuCli, UnknownCommandOrExtraVersionArgumentIsOneLineAndStatus2)
 {
-    const auto result = ku({"frobnicate"});
+    auto result = ku({"frobnicate"});
     EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "ku: unknown command 'frobnicate' (try 'ku --help')\n");
+    result = ku({"--version", "extra"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "ku: --version takes no arguments (try 'ku --help')\n");
 }
 
 const std::string kLinePrefix = R"(\[[0-9]{4}-[0-9]{2}-[0-9]{2}#[0-9]{2}:[0-9]{2}:[0-9]{2}#[0-9]+\])";

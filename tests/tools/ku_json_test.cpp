@@ -29,6 +29,10 @@ TEST_F(KuJson, PrintGivesCompactJson)
     EXPECT_EQ(result.out, "{\"a\":1,\"b\":[true,null],\"u\":\"x/y\"}\n");
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(ku({"json", "print", file, "b"}).out, "[true,null]\n");
+    EXPECT_EQ(ku({"json", "print", "--pretty", file}).out,
+              "{\n  \"a\": 1,\n  \"b\": [\n    true,\n    null\n  ],\n  \"u\": \"x/y\"\n}\n");
+    const auto file2 = dir.write("d.json", R"({"e": {}, "f": [], "g": "q\",{[:"})");
+    EXPECT_EQ(ku({"json", "print", "-p", file2}).out, "{\n  \"e\": {},\n  \"f\": [],\n  \"g\": \"q\\\",{[:\"\n}\n");
 }
 
 TEST_F(KuJson, GetGivesStringsBareAndOtherValuesAsJson)
@@ -91,6 +95,23 @@ TEST_F(KuJson, SetMakesMissingObjectsAndFiles)
     EXPECT_EQ(ku({"json", "get", file, "hosts.0.addr"}).out, "b\n");
 }
 
+// The tool makes missing directories itself: the library would hand the
+// directory to the shell unquoted. The saved file reads as printed, "/" bare.
+TEST_F(KuJson, SaveMakesOnlyTheNamedDirectories)
+{
+    ku_test::ProcessOptions options;
+    options.cwd = dir.path();
+    for (const std::string path : {"x/a b/f.json", "x/$(touch pwned)/f.json"}) {
+        SCOPED_TRACE(path);
+        const auto result = ku({"json", "set", path, "url", "http://a/b"}, options);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(read_file(dir.file(path)), R"({"url":"http://a/b"})");
+    }
+    EXPECT_EQ(ku_test::run_process({"sh", "-c", "cd '" + dir.path() + "' && find . | sort"}).out,
+              ".\n./x\n./x/$(touch pwned)\n./x/$(touch pwned)/f.json\n./x/a b\n./x/a b/f.json\n");
+}
+
 TEST_F(KuJson, SetRefusesWhatJsonCannotHold)
 {
     const auto file = dir.write("c.json", R"({"l": [1, 2], "n": 5})");
@@ -113,7 +134,9 @@ TEST_F(KuJson, DelRemovesAKeyAndSaves)
 
 TEST_F(KuJson, MissingAndBrokenFilesFail)
 {
-    expect_one_line_error(ku({"json", "print", dir.file("absent.json")}), 1, "json");
+    const auto absent = ku({"json", "print", dir.file("absent.json")});
+    expect_one_line_error(absent, 1, "json");
+    EXPECT_NE(absent.err.find("absent.json: No such file or directory"), std::string::npos) << absent.err;
     expect_one_line_error(ku({"json", "del", dir.file("absent.json"), "a"}), 1, "json");
     const auto broken = dir.write("broken.json", "{\"a\": ");
     expect_one_line_error(ku({"json", "get", broken, "a"}), 1, "json");

@@ -42,7 +42,7 @@ protected:
     // dns-sd runs in the background: wait for its record.
     std::string wait_for(const std::string &name)
     {
-        for (int i = 0; i < 200 && read_file(dir.file(name)).empty(); ++i)
+        for (int i = 0; i < 3000 && read_file(dir.file(name)).empty(); ++i)  // 30 s: a hang only
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         return read_file(dir.file(name));
     }

@@ -30,9 +30,11 @@ bool exists(const std::string &path)
     return stat(path.c_str(), &info) == 0;
 }
 
+// The bound only ends a wait for a receiver that never starts: a loaded
+// machine (or the emulator) has 30 s to start one.
 void wait_for_socket(const std::string &path)
 {
-    for (int i = 0; i < 250 && !exists(path); ++i)
+    for (int i = 0; i < 1500 && !exists(path); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 

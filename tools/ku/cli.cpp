@@ -151,6 +151,18 @@ bool read_all(FILE *stream, std::string &out)
     }
 }
 
+size_t read_full(FILE *stream, void *buffer, size_t size)
+{
+    size_t filled = 0;
+    while (filled < size) {
+        const size_t got = std::fread(static_cast<char *>(buffer) + filled, 1, size - filled, stream);
+        if (got == 0)
+            break;
+        filled += got;
+    }
+    return filled;
+}
+
 bool read_file(const std::string &path, std::string &out)
 {
     FILE *file = std::fopen(path.c_str(), "rb");
@@ -168,6 +180,11 @@ bool can_read(const std::string &path)
         return false;
     std::fclose(file);
     return true;
+}
+
+std::string reason()
+{
+    return errno == 0 ? std::string() : std::string(": ") + std::strerror(errno);
 }
 
 bool write_all(FILE *stream, std::string_view bytes)

@@ -1,5 +1,5 @@
 // What every subcommand of the ku tool shares: the exit statuses, the one-line
-// error, help handling, option parsing and whole-stream input and output.
+// error, help handling, option parsing and chunked input and output.
 //
 // A subcommand is a function `int run(int argc, char **argv)` whose argv[0]
 // is its own name ("b64", "json", ...). It writes data to stdout, at most one
@@ -57,12 +57,23 @@ std::optional<ParsedArgs> parse_args(std::string_view cmd, int argc, char **argv
 // Integer in [min, max], decimal (or 0x hexadecimal); nullopt otherwise.
 std::optional<long long> parse_int(std::string_view text, long long min, long long max);
 
-// Reads the whole stream; false on a read error.
+// Reads the whole stream; false on a read error. Only for inputs that are
+// small by nature (a key, a header): data streams go through read_full.
 bool read_all(FILE *stream, std::string &out);
+// Fills `size` bytes unless the stream ends first, so that a short read from
+// a pipe never looks like the end; gives the bytes read. A read error shows
+// in ferror(stream).
+size_t read_full(FILE *stream, void *buffer, size_t size);
+// The size of the fixed chunks in which the stream commands work.
+inline constexpr size_t kStreamChunk = 65536;
 bool read_file(const std::string &path, std::string &out);
 // True when `path` opens for reading. Commands test this before handing a
-// path to a library call that would log a line of its own about it.
+// path to a library call that would log a line of its own about it. On
+// false, errno tells why.
 bool can_read(const std::string &path);
+// ": " and the strerror text of errno, for a message about a file; empty when
+// errno is 0 (a library call that failed without a system error).
+std::string reason();
 // Writes all bytes and flushes; false on a write error (a closed pipe too).
 bool write_all(FILE *stream, std::string_view bytes);
 

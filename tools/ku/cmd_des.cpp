@@ -6,7 +6,9 @@
 #include <ku/des.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -29,7 +31,11 @@ constexpr const char *kHelp =
     "options:\n"
     "  --key HEX48   the 24-byte key as 48 hex digits; default: the library's\n"
     "                built-in key KEY_ENC\n"
-    "  --raw         decrypt: keep every decrypted byte, padding included\n";
+    "  --raw         decrypt: keep every decrypted byte, padding included\n"
+    "\n"
+    "The stream is coded in chunks of 64 KiB: memory use does not grow with the\n"
+    "input. A decryption that fails on a short last block has written the\n"
+    "blocks before it already.\n";
 
 bool parse_key(const std::string &hex, std::vector<unsigned char> &key)
 {
@@ -62,34 +68,46 @@ int run_des(int argc, char **argv)
         return usage_error("des", "--key takes 48 hex digits (24 bytes)");
     const unsigned char *key_bytes = key.empty() ? nullptr : key.data();
 
-    std::string input;
-    if (!read_all(stdin, input))
-        return fail("des", "cannot read stdin");
-    if (input.size() > INT32_MAX - 8)
-        return fail("des", "input too large: the codec takes less than 2 GiB");
-    const auto length = static_cast<int32_t>(input.size());
-    const auto *in = reinterpret_cast<const unsigned char *>(input.data());
-
-    std::vector<unsigned char> output;
-    if (mode == "encrypt") {
-        output.resize((input.size() / 8 + 1) * 8);
-        ku_des_encode3(key_bytes, in, length, output.data());
-    } else {
-        if (input.size() % 8 != 0)
-            return fail("des", "ciphertext of " + std::to_string(input.size()) +
-                                   " bytes is not whole 8-byte blocks");
-        output.resize(input.size());
-        if (!output.empty())
-            ku_des_decode3(key_bytes, in, length, output.data());
-        if (!args->has("--raw")) {
-            size_t padding = 0;
-            while (padding < 8 && padding < output.size() && output[output.size() - 1 - padding] == 0)
-                ++padding;
-            output.resize(output.size() - padding);
+    // Blocks are independent in ECB, so the stream is coded a chunk at a
+    // time; only the last block is special: encryption pads it, decryption
+    // strips its zero bytes, so decryption holds one block back until the
+    // input ends.
+    const bool encrypt = mode == "encrypt";
+    const size_t held_back = encrypt ? 0 : 8;
+    std::vector<unsigned char> in(kStreamChunk + 8), out(kStreamChunk + 16);
+    size_t held = 0;
+    uint64_t total = 0;
+    for (;;) {
+        const size_t got = read_full(stdin, in.data() + held, kStreamChunk);
+        if (std::ferror(stdin))
+            return fail("des", "cannot read stdin: " + std::string(std::strerror(errno)));
+        total += got;
+        const size_t size = held + got;
+        const bool last = got < kStreamChunk;
+        size_t length = last ? size : size - held_back;
+        size_t produced = length;
+        if (encrypt) {
+            // A chunk in the middle gives its blocks; the padding block that
+            // the codec adds belongs to the end of the stream only.
+            ku_des_encode3(key_bytes, in.data(), static_cast<int32_t>(length), out.data());
+            if (last)
+                produced = (length / 8 + 1) * 8;
+        } else {
+            if (last && size % 8 != 0)
+                return fail("des", "ciphertext of " + std::to_string(total) + " bytes is not whole 8-byte blocks");
+            if (length > 0)
+                ku_des_decode3(key_bytes, in.data(), static_cast<int32_t>(length), out.data());
+            if (last && !args->has("--raw"))
+                for (size_t padding = 0; padding < 8 && produced > 0 && out[produced - 1] == 0; ++padding)
+                    --produced;
         }
+        if (!write_all(stdout, std::string_view(reinterpret_cast<const char *>(out.data()), produced)))
+            return fail("des", "cannot write stdout: " + std::string(std::strerror(errno)));
+        if (last)
+            return kExitOk;
+        held = size - length;
+        std::memmove(in.data(), in.data() + length, held);
     }
-    const std::string_view bytes(reinterpret_cast<const char *>(output.data()), output.size());
-    return write_all(stdout, bytes) ? kExitOk : fail("des", "cannot write stdout");
 }
 
 }  // namespace ku_tool

@@ -4,6 +4,7 @@
 // a missing one instead of claiming success.
 #include <ku/ini.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <string>
 
@@ -56,7 +57,7 @@ int run_ini(int argc, char **argv)
         return usage_error("ini", "KEY must be non-empty, without '=' or line ends");
 
     if (!can_read(file))
-        return fail("ini", "cannot open " + file);
+        return fail("ini", "cannot open " + file + reason());
 
     const char *found = GetIniKeyString(section.c_str(), key.c_str(), file.c_str());
     if (found == nullptr)
@@ -69,8 +70,9 @@ int run_ini(int argc, char **argv)
         return usage_error("ini", "VALUE must not hold line ends");
     if (key.size() + 1 + value.size() > kLongestKeyLine)
         return usage_error("ini", "KEY=VALUE is longer than 1022 bytes");
+    errno = 0;
     if (PutIniKeyString(section.c_str(), key.c_str(), value.c_str(), file.c_str()) != 0)
-        return fail("ini", "cannot rewrite " + file);
+        return fail("ini", "cannot rewrite " + file + reason());
     return kExitOk;
 }
 

@@ -3,9 +3,13 @@
 // objects and numbers into arrays, so nested fields need no extra syntax.
 #include <ku/json.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <regex>
 #include <string>
@@ -18,14 +22,15 @@ namespace ku_tool {
 namespace {
 
 constexpr const char *kHelp =
-    "usage: ku json print FILE [KEY]\n"
+    "usage: ku json print [--pretty] FILE [KEY]\n"
     "       ku json get FILE KEY\n"
     "       ku json set [--string] FILE KEY VALUE\n"
     "       ku json del FILE KEY\n"
     "\n"
     "Reads and changes a JSON file. KEY is a dotted path: \"name\", \"server.port\",\n"
     "\"hosts.0.addr\" (a number steps into an array, counting from 0).\n"
-    "  print   the whole document, or the value at KEY, as compact JSON\n"
+    "  print   the whole document, or the value at KEY, as compact JSON, or\n"
+    "          with --pretty indented by two spaces, one member a line\n"
     "  get     the value at KEY: a string bare, without quotes; any other value\n"
     "          as JSON text\n"
     "  set     stores VALUE at KEY and saves the file. VALUE is taken as JSON\n"
@@ -36,7 +41,8 @@ constexpr const char *kHelp =
     "  del     removes KEY and saves the file\n"
     "\n"
     "A key that is absent, or holds null, fails with status 1. JSON null cannot\n"
-    "be stored.\n";
+    "be stored. A saved file is compact JSON with '/' left bare; it is written\n"
+    "beside FILE and renamed over it, and missing directories are made first.\n";
 
 struct DocCloser {
     void operator()(ku_json_doc *doc) const { ku_json_destroy(doc); }
@@ -52,6 +58,18 @@ std::string take(char *text)
 {
     const Text owner(text);
     return owner ? std::string(owner.get()) : std::string();
+}
+
+mode_t current_umask()
+{
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mask;
+}
+
+std::string why()
+{
+    return std::string(": ") + std::strerror(errno);
 }
 
 std::vector<std::string> split_key(const std::string &key)
@@ -122,7 +140,7 @@ Doc load(const std::string &file, bool create_missing, int &status)
     if (access(file.c_str(), F_OK) != 0) {
         if (create_missing)
             return Doc(ku_json_create());
-        status = fail("json", "cannot open " + file);
+        status = fail("json", "cannot open " + file + why());
         return nullptr;
     }
     Doc doc(ku_json_load_from_file(file.c_str()));
@@ -131,16 +149,121 @@ Doc load(const std::string &file, bool create_missing, int &status)
     return doc;
 }
 
-int save(ku_json_doc *doc, const std::string &file)
+// Makes the directories above `file` one mkdir(2) at a time: a name with
+// blanks or shell characters is just a name here.
+int make_parents(const std::string &file)
 {
-    if (ku_json_file_save(doc, file.c_str()) != 0)
-        return fail("json", "cannot write " + file);
+    for (size_t slash = file.find('/', 1); slash != std::string::npos; slash = file.find('/', slash + 1)) {
+        const std::string dir = file.substr(0, slash);
+        if (mkdir(dir.c_str(), 0777) != 0 && errno != EEXIST)
+            return fail("json", "cannot make directory " + dir + why());
+    }
     return kExitOk;
 }
 
+// Saves the document itself rather than through ku_json_file_save, so the
+// file reads as the tool prints (no "\/"), and replaces it whole: a temporary
+// file beside it, synced, renamed over it, then the directory synced, so a
+// power cut leaves the old file or the new one.
+int save(ku_json_doc *doc, const std::string &file)
+{
+    const std::string text = take(ku_json_string_dup(doc));
+    if (text.empty())
+        return fail("json", "out of memory");
+    if (const int status = make_parents(file); status != kExitOk)
+        return status;
+    const size_t slash = file.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+    std::string temp = file + ".XXXXXX";
+    const int fd = mkstemp(temp.data());
+    if (fd < 0)
+        return fail("json", "cannot write " + file + why());
+    struct stat old {};
+    const mode_t mode = stat(file.c_str(), &old) == 0 ? old.st_mode & 07777 : 0666 & ~current_umask();
+    bool ok = fchmod(fd, mode) == 0;
+    for (size_t done = 0; ok && done < text.size();) {
+        const ssize_t wrote = write(fd, text.data() + done, text.size() - done);
+        ok = wrote > 0 || (wrote < 0 && errno == EINTR);
+        done += wrote > 0 ? static_cast<size_t>(wrote) : 0;
+    }
+    ok = ok && fsync(fd) == 0;
+    const int saved_errno = errno;
+    ok = close(fd) == 0 && ok;
+    if (ok && std::rename(temp.c_str(), file.c_str()) == 0) {
+        const int dir_fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const bool synced = dir_fd >= 0 && fsync(dir_fd) == 0;
+        if (dir_fd >= 0)
+            close(dir_fd);
+        return synced ? kExitOk : fail("json", "cannot sync directory " + dir + why());
+    }
+    if (ok || errno == 0)
+        errno = saved_errno;
+    const std::string reason = why();
+    unlink(temp.c_str());
+    return fail("json", "cannot write " + file + reason);
+}
+
+// Two-space indentation of compact JSON text, one member or element a
+// line; an empty object or array stays "{}" or "[]".
+std::string pretty(const std::string &compact)
+{
+    std::string out;
+    int depth = 0;
+    bool in_string = false;
+    const auto newline = [&] { out += '\n'; out.append(static_cast<size_t>(depth) * 2, ' '); };
+    for (size_t i = 0; i < compact.size(); ++i) {
+        const char c = compact[i];
+        if (in_string) {
+            out += c;
+            if (c == '\\' && i + 1 < compact.size())
+                out += compact[++i];
+            else if (c == '"')
+                in_string = false;
+            continue;
+        }
+        switch (c) {
+        case '"':
+            in_string = true;
+            out += c;
+            break;
+        case '{':
+        case '[':
+            out += c;
+            if (i + 1 < compact.size() && (compact[i + 1] == '}' || compact[i + 1] == ']')) {
+                out += compact[++i];
+                break;
+            }
+            ++depth;
+            newline();
+            break;
+        case '}':
+        case ']':
+            --depth;
+            newline();
+            out += c;
+            break;
+        case ',':
+            out += c;
+            newline();
+            break;
+        case ':':
+            out += ": ";
+            break;
+        case ' ':
+            break;  // the library's own spacing, if any, gives way to ours
+        default:
+            out += c;
+        }
+    }
+    return out;
+}
+
+bool g_pretty = false;
+
 int print_line(const std::string &text)
 {
-    return write_all(stdout, text + "\n") ? kExitOk : fail("json", "cannot write stdout");
+    return write_all(stdout, (g_pretty ? pretty(text) : text) + "\n") ? kExitOk
+                                                                      : fail("json", "cannot write stdout" + why());
 }
 
 int absent(const std::string &key, const std::string &file)
@@ -245,7 +368,7 @@ int run_json(int argc, char **argv)
 {
     if (wants_help(argc, argv))
         return print_help(kHelp);
-    const auto args = parse_args("json", argc, argv, {{"--string", "-s", false}});
+    const auto args = parse_args("json", argc, argv, {{"--string", "-s", false}, {"--pretty", "-p", false}});
     if (!args)
         return kExitUsage;
     const auto &pos = args->positional;
@@ -259,6 +382,9 @@ int run_json(int argc, char **argv)
     }
     if (args->has("--string") && action != "set")
         return usage_error("json", "--string belongs to 'set'");
+    if (args->has("--pretty") && action != "print")
+        return usage_error("json", "--pretty belongs to 'print'");
+    g_pretty = args->has("--pretty");
     if (action == "print" && (pos.size() == 2 || pos.size() == 3))
         return do_print(pos[1], pos.size() == 3 ? &pos[2] : nullptr);
     if (action == "get" && pos.size() == 3)

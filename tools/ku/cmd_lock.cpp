@@ -3,8 +3,11 @@
 // afresh; whether a lock outlives the process that took it is the driver's.
 #include <ku/process_lock.h>
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "cli.h"
@@ -27,9 +30,19 @@ constexpr const char *kHelp =
 
 constexpr const char *kDevice = "/dev/plock";
 
-int unavailable()
+// The library tells a device it cannot open only by its results (-1 from
+// take, "not held" from the query) and makes the node itself when it is
+// missing, so a node can exist without a driver behind it. The tool opens the
+// node once itself to tell the user why.
+int unavailable_reason(std::string &reason)
 {
-    return fail("lock", std::string(kDevice) + " cannot be opened (is the plock driver loaded?)");
+    const int fd = open(kDevice, O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        close(fd);
+        return 0;
+    }
+    reason = std::string(kDevice) + " cannot be opened: " + std::strerror(errno) + " (is the plock driver loaded?)";
+    return -1;
 }
 
 }  // namespace
@@ -44,26 +57,26 @@ int run_lock(int argc, char **argv)
     if (args->positional.size() != 1)
         return usage_error("lock", "expected take, release or status");
     const std::string &action = args->positional[0];
+    if (action != "take" && action != "status" && action != "release")
+        return usage_error("lock", "unknown action '" + action + "' (take, release, status)");
+    // Take and the query open the device (and make a missing node); release
+    // alone would find no descriptor, so it opens through the query first.
+    const int first = action == "take" ? kuprocess_lock() : kuprocess_is_locked();
+    std::string reason;
+    if (unavailable_reason(reason) != 0)
+        return fail("lock", reason);
     if (action == "take") {
-        const int result = kuprocess_lock();
-        if (result < 0)
-            return access(kDevice, R_OK) != 0 ? unavailable()
-                                              : fail("lock", "the driver refused the lock (" + std::to_string(result) + ")");
+        if (first < 0)
+            return fail("lock", "the driver refused the lock (" + std::to_string(first) + ")");
         return kExitOk;
     }
-    if (action == "status" || action == "release") {
-        // The query opens the device; release alone would find no descriptor.
-        const int held = kuprocess_is_locked();
-        if (held == 0 && access(kDevice, R_OK) != 0)
-            return unavailable();
-        if (action == "status")
-            return write_all(stdout, held ? "locked\n" : "unlocked\n") ? kExitOk : fail("lock", "cannot write stdout");
-        const int result = kuprocess_unlock();
-        if (result < 0)
-            return fail("lock", "the driver refused the release (" + std::to_string(result) + ")");
-        return kExitOk;
-    }
-    return usage_error("lock", "unknown action '" + action + "' (take, release, status)");
+    if (action == "status")
+        return write_all(stdout, first ? "locked\n" : "unlocked\n") ? kExitOk : fail("lock", "cannot write stdout");
+    const int result = kuprocess_unlock();
+    if (result < 0)
+        return fail("lock", "the driver refused the release (" + std::to_string(result) + ")");
+    return kExitOk;
 }
+
 
 }  // namespace ku_tool

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -36,8 +37,9 @@ constexpr const char *kHelp =
     "                  average of the first two; default); or 1, 2, 0\n"
     "  -v, --verbose   tell on stderr what was converted\n"
     "\n"
-    "The input is fed in blocks of 32768 frames; the resampler makes one sample\n"
-    "between two blocks and holds the last input sample back for a next block.\n";
+    "The input is read and fed in blocks of 32768 frames, so memory use does not\n"
+    "grow with the input; the resampler makes one sample between two blocks and\n"
+    "holds the last input sample back for a next block.\n";
 
 // Frames per call: the resampler's limit of 32768 mono samples. Each block
 // boundary costs the resampler one interpolation step (it makes a single
@@ -71,43 +73,80 @@ void put16(std::string &out, uint16_t value)
     out += static_cast<char>(value >> 8);
 }
 
-bool is_wav(const std::string &bytes)
+// The input as a stream of bytes: the first bytes, read to look for a RIFF
+// header, are handed out again when there is none; in a WAV file `left`
+// limits the stream to the data chunk.
+struct Input {
+    FILE *file = nullptr;
+    unsigned char head[12];
+    size_t head_size = 0, head_at = 0;
+    uint64_t left = UINT64_MAX;
+
+    size_t read(void *buffer, size_t size)
+    {
+        auto *out = static_cast<unsigned char *>(buffer);
+        size_t filled = 0;
+        while (filled < size && head_at < head_size)
+            out[filled++] = head[head_at++];
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(size - filled, left));
+        const size_t got = read_full(file, out + filled, want);
+        if (left != UINT64_MAX)
+            left -= got;
+        return filled + got;
+    }
+
+    bool skip(uint64_t bytes)
+    {
+        unsigned char sink[4096];
+        while (bytes > 0) {
+            const size_t want = static_cast<size_t>(std::min<uint64_t>(bytes, sizeof sink));
+            if (read_full(file, sink, want) != want)
+                return false;
+            bytes -= want;
+        }
+        return true;
+    }
+};
+
+bool is_wav(const Input &input)
 {
-    return bytes.size() >= 12 && bytes.compare(0, 4, "RIFF") == 0 && bytes.compare(8, 4, "WAVE") == 0;
+    return input.head_size == 12 && std::memcmp(input.head, "RIFF", 4) == 0 &&
+           std::memcmp(input.head + 8, "WAVE", 4) == 0;
 }
 
-// Finds the fmt and data chunks; on success `samples` is the data chunk.
-std::string parse_wav(const std::string &bytes, Format &format, std::string_view &samples)
+// Reads up to the data chunk, taking the format from the fmt chunk on the
+// way; afterwards the input hands out the samples of the data chunk only.
+std::string parse_wav(Input &input, Format &format)
 {
-    const auto *p = reinterpret_cast<const unsigned char *>(bytes.data());
+    input.head_at = input.head_size;
     bool have_format = false;
-    size_t at = 12;
-    while (at + 8 <= bytes.size()) {
-        const std::string id = bytes.substr(at, 4);
-        const uint32_t length = le32(p + at + 4);
-        const size_t body = at + 8;
-        if (id == "fmt ") {
-            if (length < 16 || body + 16 > bytes.size())
+    unsigned char chunk[16];
+    while (read_full(input.file, chunk, 8) == 8) {
+        const uint32_t length = le32(chunk + 4);
+        if (std::memcmp(chunk, "fmt ", 4) == 0) {
+            if (length < 16 || read_full(input.file, chunk, 16) != 16)
                 return "its fmt chunk is cut short";
-            const uint16_t tag = le16(p + body);
+            const uint16_t tag = le16(chunk);
             // 0xFFFE is WAVE_FORMAT_EXTENSIBLE, whose sub-format is PCM here.
             if (tag != 1 && tag != 0xFFFE)
                 return "it is not PCM (format tag " + std::to_string(tag) + ")";
-            format.channels = le16(p + body + 2);
-            format.rate = static_cast<int>(le32(p + body + 4));
-            if (le16(p + body + 14) != 16)
-                return "it has " + std::to_string(le16(p + body + 14)) + "-bit samples, not 16-bit";
+            format.channels = le16(chunk + 2);
+            format.rate = static_cast<int>(le32(chunk + 4));
+            if (le16(chunk + 14) != 16)
+                return "it has " + std::to_string(le16(chunk + 14)) + "-bit samples, not 16-bit";
             have_format = true;
-        } else if (id == "data") {
+            if (!input.skip(length - 16 + (length & 1)))
+                break;
+        } else if (std::memcmp(chunk, "data", 4) == 0) {
             if (!have_format)
                 return "its data chunk comes before the fmt chunk";
             // A data length past the end (a header written before the
             // recording ended) means "up to the end of the file".
-            const size_t available = bytes.size() - body;
-            samples = std::string_view(bytes).substr(body, length < available ? length : available);
+            input.left = length;
             return "";
+        } else if (!input.skip(length + (length & 1))) {  // chunks are padded to even sizes
+            break;
         }
-        at = body + length + (length & 1);  // chunks are padded to even sizes
     }
     return have_format ? "it has no data chunk" : "it has no fmt chunk";
 }
@@ -187,15 +226,21 @@ int run_resample(int argc, char **argv)
         select = *value;
     }
 
-    std::string input;
-    if (in_name == "-" ? !read_all(stdin, input) : !read_file(in_name, input))
-        return fail("resample", "cannot read " + (in_name == "-" ? std::string("stdin") : in_name));
+    const auto error_text = [] { return std::string(": ") + std::strerror(errno); };
+    const std::string in_label = in_name == "-" ? "stdin" : in_name;
+    Input input;
+    input.file = in_name == "-" ? stdin : std::fopen(in_name.c_str(), "rb");
+    if (input.file == nullptr)
+        return fail("resample", "cannot read " + in_label + error_text());
+    std::unique_ptr<FILE, int (*)(FILE *)> in_file(in_name == "-" ? nullptr : input.file, std::fclose);
+    input.head_size = read_full(input.file, input.head, sizeof input.head);
 
     Format format;
-    std::string_view samples = input;
     const bool wav_in = is_wav(input);
     if (wav_in) {
-        const std::string problem = parse_wav(input, format, samples);
+        const std::string problem = parse_wav(input, format);
+        if (std::ferror(input.file))
+            return fail("resample", "cannot read " + in_label + error_text());
         if (!problem.empty())
             return fail("resample", in_name + " is not usable WAV: " + problem);
         if (format.channels < 1 || format.channels > 3)
@@ -219,36 +264,52 @@ int run_resample(int argc, char **argv)
     if (!resampler)
         return fail("resample", "out of memory");
 
-    const size_t frame_bytes = 2 * static_cast<size_t>(format.channels);
-    const size_t frames = samples.size() / frame_bytes;
-    std::string output;
-    std::vector<unsigned char> block;
-    for (size_t first = 0; first < frames; first += kBlockFrames) {
-        const size_t count = std::min(kBlockFrames, frames - first);
-        const size_t room = (count * static_cast<size_t>(*to) / static_cast<size_t>(format.rate) + 2) * 2;
-        block.assign(std::max(room, count * 2), 0);
-        int32_t produced = 0;
-        if (miniresample_process(resampler.get(), samples.data() + first * frame_bytes,
-                                 static_cast<int32_t>(count * frame_bytes), block.data(), &produced) != 0)
-            return fail("resample", "the resampler refused the input");
-        output.append(reinterpret_cast<const char *>(block.data()), static_cast<size_t>(produced));
-    }
-
     const bool wav_out = ends_with_wav(out_name);
-    if (wav_out && output.size() > UINT32_MAX - 36)
-        return fail("resample", "output too large for a WAV file");
-    const std::string header = wav_out ? wav_header(static_cast<int>(*to), static_cast<uint32_t>(output.size())) : "";
     FILE *out = out_name == "-" ? stdout : std::fopen(out_name.c_str(), "wb");
     if (out == nullptr)
-        return fail("resample", "cannot write " + out_name);
-    const bool written = write_all(out, header) && write_all(out, output);
-    const bool closed = out == stdout || std::fclose(out) == 0;
-    if (!written || !closed)
-        return fail("resample", "cannot write " + out_name);
+        return fail("resample", "cannot write " + out_name + error_text());
+    std::unique_ptr<FILE, int (*)(FILE *)> out_file(out == stdout ? nullptr : out, std::fclose);
+    // The sizes in the header are not known before the end: it goes out
+    // first with the "up to the end of the file" sizes and is written again
+    // at the end when the output can be rewound.
+    if (wav_out && !write_all(out, wav_header(static_cast<int>(*to), UINT32_MAX - 36)))
+        return fail("resample", "cannot write " + out_name + error_text());
+
+    // The stream goes through the resampler in blocks of kBlockFrames,
+    // each filled completely unless the input ends, as the resampler's
+    // state carries over from block to block.
+    const size_t frame_bytes = 2 * static_cast<size_t>(format.channels);
+    const size_t room = (kBlockFrames * static_cast<size_t>(*to) / static_cast<size_t>(format.rate) + 2) * 2;
+    std::vector<unsigned char> block(kBlockFrames * frame_bytes), output(std::max(room, kBlockFrames * 2));
+    uint64_t frames = 0, produced_bytes = 0;
+    for (;;) {
+        const size_t got = input.read(block.data(), block.size());
+        if (std::ferror(input.file))
+            return fail("resample", "cannot read " + in_label + error_text());
+        const size_t count = got / frame_bytes;
+        if (count > 0) {
+            int32_t produced = 0;
+            if (miniresample_process(resampler.get(), block.data(), static_cast<int32_t>(count * frame_bytes),
+                                     output.data(), &produced) != 0)
+                return fail("resample", "the resampler refused the input");
+            if (!write_all(out, std::string_view(reinterpret_cast<const char *>(output.data()),
+                                                 static_cast<size_t>(produced))))
+                return fail("resample", "cannot write " + out_name + error_text());
+            frames += count;
+            produced_bytes += static_cast<uint64_t>(produced);
+        }
+        if (got < block.size())
+            break;
+    }
+    if (wav_out && produced_bytes <= UINT32_MAX - 36 && std::fseek(out, 0, SEEK_SET) == 0 &&
+        !write_all(out, wav_header(static_cast<int>(*to), static_cast<uint32_t>(produced_bytes))))
+        return fail("resample", "cannot write " + out_name + error_text());
+    if (out != stdout && std::fclose(out_file.release()) != 0)
+        return fail("resample", "cannot write " + out_name + error_text());
     if (args->has("--verbose"))
-        std::fprintf(stderr, "ku resample: %zu frames of %d channel(s) at %d Hz (%s) -> %zu mono samples at %lld Hz (%s)\n",
-                     frames, format.channels, format.rate, wav_in ? "WAV" : "raw", output.size() / 2, *to,
-                     wav_out ? "WAV" : "raw");
+        std::fprintf(stderr, "ku resample: %llu frames of %d channel(s) at %d Hz (%s) -> %llu mono samples at %lld Hz (%s)\n",
+                     static_cast<unsigned long long>(frames), format.channels, format.rate, wav_in ? "WAV" : "raw",
+                     static_cast<unsigned long long>(produced_bytes / 2), *to, wav_out ? "WAV" : "raw");
     return kExitOk;
 }
 

@@ -3,8 +3,10 @@
 // that trimming sees the blanks at the end of the line.
 #include <ku/str.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "cli.h"
@@ -21,7 +23,9 @@ constexpr const char *kHelp =
     "  lower   turns A..Z into a..z in each line\n"
     "  trim    removes blanks (spaces only, not tabs) at both ends of each line\n"
     "  token   prints the library's short token: the nanosecond clock in hex\n"
-    "          (unique per moment, not random)\n";
+    "          (unique per moment, not random)\n"
+    "\n"
+    "Lines are read and written one at a time: memory holds the longest line.\n";
 
 }  // namespace
 
@@ -46,33 +50,36 @@ int run_str(int argc, char **argv)
     if (action != "upper" && action != "lower" && action != "trim")
         return usage_error("str", "unknown action '" + action + "' (upper, lower, trim, token)");
 
-    std::string input;
-    if (!read_all(stdin, input))
-        return fail("str", "cannot read stdin");
-    std::string output;
-    size_t start = 0;
-    while (start < input.size()) {
-        size_t end = input.find('\n', start);
-        const bool ended = end != std::string::npos;
-        if (!ended)
-            end = input.size();
-        // The helpers stop at a zero byte; cut the line there rather than
-        // pretend the rest was handled.
-        std::string line = input.substr(start, end - start);
-        if (line.find('\0') != std::string::npos)
-            return fail("str", "input holds a zero byte");
-        if (action == "upper")
-            strupr(line.data());
-        else if (action == "lower")
-            strlwr(line.data());
-        else
-            ku_string_trim(line.data());
-        output += line.c_str();
+    // Line by line: memory holds one line, however long the input.
+    char *line = nullptr;
+    size_t room = 0;
+    ssize_t length;
+    errno = 0;
+    while ((length = getline(&line, &room, stdin)) > 0) {
+        const bool ended = line[length - 1] == '\n';
         if (ended)
-            output += '\n';
-        start = end + 1;
+            line[--length] = '\0';
+        // The helpers stop at a zero byte; fail rather than pretend the rest
+        // of the line was handled.
+        if (std::memchr(line, '\0', static_cast<size_t>(length)) != nullptr) {
+            std::free(line);
+            return fail("str", "input holds a zero byte");
+        }
+        if (action == "upper")
+            strupr(line);
+        else if (action == "lower")
+            strlwr(line);
+        else
+            ku_string_trim(line);
+        if (std::fputs(line, stdout) == EOF || (ended && std::fputc('\n', stdout) == EOF))
+            break;
     }
-    return write_all(stdout, output) ? kExitOk : fail("str", "cannot write stdout");
+    std::free(line);
+    if (std::ferror(stdin))
+        return fail("str", "cannot read stdin: " + std::string(std::strerror(errno)));
+    if (std::ferror(stdout) || std::fflush(stdout) != 0)
+        return fail("str", "cannot write stdout: " + std::string(std::strerror(errno)));
+    return kExitOk;
 }
 
 }  // namespace ku_tool

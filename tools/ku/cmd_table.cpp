@@ -4,6 +4,7 @@
 // backslash, an empty cell, a row that would turn into a comment).
 #include <ku/table.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -41,7 +42,7 @@ using Table = std::unique_ptr<kutable, TableCloser>;
 Table load(const std::string &file, int &status)
 {
     if (!can_read(file)) {
-        status = fail("table", "cannot open " + file);
+        status = fail("table", "cannot open " + file + reason());
         return nullptr;
     }
     Table table(kutable_load(file.c_str()));
@@ -63,14 +64,15 @@ std::string cell_problem(const std::string &text, bool first)
 
 int save(kutable *table, const std::string &file)
 {
+    errno = 0;
     if (kutable_save(table) != 0)
-        return fail("table", "cannot write " + file);
+        return fail("table", "cannot write " + file + reason());
     // With no rows left the library leaves the file as it was; an empty
     // table is an empty file.
     if (kutable_row_number(table) == 0) {
         FILE *empty = std::fopen(file.c_str(), "w");
         if (empty == nullptr || std::fclose(empty) != 0)
-            return fail("table", "cannot write " + file);
+            return fail("table", "cannot write " + file + reason());
     }
     return kExitOk;
 }

@@ -97,6 +97,10 @@ int main(int argc, char **argv)
         return std::fflush(stdout) == 0 ? ku_tool::kExitOk : ku_tool::kExitFailure;
     }
     if (first == "--version" || first == "-V") {
+        if (argc > 2) {
+            std::fprintf(stderr, "ku: --version takes no arguments (try 'ku --help')\n");
+            return ku_tool::kExitUsage;
+        }
         std::printf("ku %s\n", KU_TOOL_VERSION);
         return std::fflush(stdout) == 0 ? ku_tool::kExitOk : ku_tool::kExitFailure;
     }
