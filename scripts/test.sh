@@ -1,17 +1,22 @@
 #!/usr/bin/env bash
-# Builds libku and runs its tests. With no argument it runs every suite:
+# Builds libku and runs its tests. With no argument it runs every suite but
+# native, which builds is a superset of:
+#   builds   the compiler matrix, everything built (tests, tools, examples,
+#            benchmarks): GCC Debug, Release, MinSizeRel, RelWithDebInfo (the
+#            native build, with its tests) and Clang (with the native tests)
 #   native   Release-with-debug-info build, all tests, benchmarks compiled
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer build, all tests
 #   tsan     ThreadSanitizer build, the concurrency tests
 #   fuzz     every libFuzzer target for 30 s (clang, ASan + UBSan): no finding
 #   memcheck every unit test under valgrind: no leaks, no invalid accesses
 #   target   cross build for the device (mipsel), all tests under qemu-mipsel
-# Missing packages are installed first (Debian, as root).
+# Every build treats warnings as errors (KU_WERROR). Missing packages are
+# installed first (Debian, as root).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 suites=("$@")
-((${#suites[@]})) || suites=(native asan tsan fuzz memcheck target)
+((${#suites[@]})) || suites=(builds asan tsan fuzz memcheck target)
 
 deps=()
 [[ " ${suites[*]} " == *" target "* ]] && deps=(--target)
@@ -19,21 +24,41 @@ scripts/install-deps.sh "${deps[@]}"
 
 jobs=$(nproc)
 
+# build DIR CMAKE_ARGS...: configures and builds everything in DIR, one
+# directory per configuration so that a second run only rebuilds what
+# changed; prints the time it took.
+build() {
+  local dir=$1 start=$SECONDS
+  shift
+  cmake -S . -B "$dir" -G Ninja -DKU_WERROR=ON "$@" > "$dir.configure.log" 2>&1 ||
+    { cat "$dir.configure.log"; exit 1; }
+  cmake --build "$dir" -j "$jobs"
+  echo "--- $dir built in $((SECONDS - start)) s"
+}
+
+# build_and_test DIR LABEL CMAKE_ARGS...: LABEL selects the tests ("" for all).
 build_and_test() {
   local dir=$1 label=$2
   shift 2
-  cmake -S . -B "$dir" -G Ninja "$@" > "$dir.configure.log" 2>&1 ||
-    { cat "$dir.configure.log"; exit 1; }
-  cmake --build "$dir" -j "$jobs"
-  local select=()
+  build "$dir" "$@"
+  local select=() start=$SECONDS
   [[ -n "$label" ]] && select=(-L "$label")
   (cd "$dir" && ctest --output-on-failure -j "$jobs" "${select[@]}")
+  echo "--- $dir tested in $((SECONDS - start)) s"
 }
+
+native() { build_and_test build "" -DKU_BUILD_BENCH=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo; }
 
 for suite in "${suites[@]}"; do
   echo "=== $suite"
   case $suite in
-    native) build_and_test build "" -DKU_BUILD_BENCH=ON ;;
+    native) native ;;
+    builds)
+      for type in Debug Release MinSizeRel; do
+        build "build-${type,,}" -DKU_BUILD_BENCH=ON -DCMAKE_BUILD_TYPE=$type
+      done
+      native
+      CC=clang CXX=clang++ build_and_test build-clang "" -DKU_BUILD_BENCH=ON ;;
     asan)   build_and_test build-asan "" -DKU_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug ;;
     tsan)   build_and_test build-tsan concurrency -DKU_TSAN=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
     fuzz)   scripts/fuzz.sh 30 ;;
@@ -41,6 +66,6 @@ for suite in "${suites[@]}"; do
       build_and_test build-memcheck "" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKU_BUILD_EXAMPLES=OFF \
         "-DKU_TEST_LAUNCHER=valgrind;-q;--error-exitcode=99;--leak-check=full;--errors-for-leak-kinds=definite,indirect;--show-leak-kinds=definite,indirect;--suppressions=$PWD/tests/support/valgrind.supp" ;;
     target) build_and_test build-mipsel "" -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mipsel-linux-gnu.cmake ;;
-    *) echo "test.sh: unknown suite '$suite' (native, asan, tsan, fuzz, memcheck, target)" >&2; exit 2 ;;
+    *) echo "test.sh: unknown suite '$suite' (builds, native, asan, tsan, fuzz, memcheck, target)" >&2; exit 2 ;;
   esac
 done
