@@ -2,8 +2,9 @@
 # Builds libku and runs its tests. With no argument it runs every suite but
 # native, which builds is a superset of:
 #   builds   the compiler matrix, everything built (tests, tools, examples,
-#            benchmarks): GCC Debug, Release, MinSizeRel, RelWithDebInfo (the
-#            native build, with its tests) and Clang (with the native tests)
+#            benchmarks): GCC RelWithDebInfo (the native build, with its
+#            tests), Clang (with the native tests), GCC Release, MinSizeRel
+#            and Debug
 #   native   Release-with-debug-info build, all tests, benchmarks compiled
 #   asan     AddressSanitizer + UndefinedBehaviorSanitizer build, all tests
 #   tsan     ThreadSanitizer build, the concurrency tests
@@ -54,11 +55,11 @@ for suite in "${suites[@]}"; do
   case $suite in
     native) native ;;
     builds)
-      for type in Debug Release MinSizeRel; do
-        build "build-${type,,}" -DKU_BUILD_BENCH=ON -DCMAKE_BUILD_TYPE=$type
-      done
       native
-      CC=clang CXX=clang++ build_and_test build-clang "" -DKU_BUILD_BENCH=ON ;;
+      CC=clang CXX=clang++ build_and_test build-clang "" -DKU_BUILD_BENCH=ON
+      for type in Release MinSizeRel Debug; do
+        build "build-${type,,}" -DKU_BUILD_BENCH=ON -DCMAKE_BUILD_TYPE=$type
+      done ;;
     asan)   build_and_test build-asan "" -DKU_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug ;;
     tsan)   build_and_test build-tsan concurrency -DKU_TSAN=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo ;;
     fuzz)   scripts/fuzz.sh 30 ;;
