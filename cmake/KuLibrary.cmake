@@ -42,7 +42,7 @@ target_include_directories(ku_shared PRIVATE ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(ku_shared PRIVATE KU_BUILDING_LIBRARY _GNU_SOURCE)
 target_compile_options(ku_shared PRIVATE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden>
-  -fvisibility=hidden)
+  -fvisibility=hidden $<TARGET_PROPERTY:ku_warnings,INTERFACE_COMPILE_OPTIONS>)
 set_target_properties(ku_shared PROPERTIES
   OUTPUT_NAME ku
   EXPORT_NAME ku
