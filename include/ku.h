@@ -3,6 +3,7 @@
 #define KU_H
 
 #include "ku/export.h"
+#include "ku/version.h"
 
 /* runtime */
 #include "ku/log.h"

@@ -9,7 +9,7 @@ seconds=${1:-30}
 shift || true
 
 cmake -S fuzz -B build-fuzz -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-      -DCMAKE_BUILD_TYPE=RelWithDebInfo > build-fuzz.configure.log 2>&1 ||
+      -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKU_WERROR=ON > build-fuzz.configure.log 2>&1 ||
   { cat build-fuzz.configure.log; exit 1; }
 cmake --build build-fuzz -j "$(nproc)"
 

@@ -1,16 +1,14 @@
 /* libresample's floating-point resampler, offered to applications of libku.
  *
- * libku does not implement these functions and no libku function calls them:
- * they are libresample's own (LGPL), and libresample is a public dependency.
- * Linking libku through its pkg-config file (ku.pc, "Libs: -lku -lresample")
- * or its CMake package (ku::ku, ku::ku_static) links libresample too, so an
- * application that names only libku can call them. Linking with a bare -lku
- * instead needs -lresample added by hand.
+ * libku.so exports these ten functions itself, so a program linked with -lku
+ * alone can call them; each hands its arguments unchanged to libresample.so
+ * (LGPL), which libku.so needs at run time, and no libku function calls them.
+ * A static link of libku takes libresample's own copies (ku.pc's
+ * Libs.private, ku::ku_static).
  *
- * The declarations are libresample.h's own, so the two headers may be
- * included together. libresample also exports the helpers lrsSrcUp, lrsSrcUD,
- * lrsFilterUp, lrsFilterUD and lrsLpFilter, which link the same way; it
- * publishes no prototypes for them, so they are not declared here.
+ * The declarations are libresample's own, so libresample.h may be included
+ * too. Its helpers lrs* have no public header of libresample's: the
+ * prototypes below are those of its library (BOOL is char, UWORD unsigned).
  *
  * Samples are float, one channel; factor is the output rate divided by the
  * input rate. Not to be confused with the integer miniresample_* family.
@@ -45,6 +43,24 @@ int resample_process(void *handle, double factor, float *inBuffer, int inBufferL
 
 /* Frees a converter. */
 void resample_close(void *handle);
+
+/* Kaiser-windowed low-pass filter: N coefficients into c for cut-off frq
+ * (a fraction of the sample rate), window Beta, Num samples a zero crossing. */
+void lrsLpFilter(double c[], int N, double frq, double Beta, int Num);
+
+/* One filter tap sum at phase Ph, walking Xp by Inc: for up-sampling, and for
+ * any factor with the step dhb. Interp non-zero interpolates the table. */
+float lrsFilterUp(float Imp[], float ImpD[], unsigned int Nwing, char Interp, float *Xp, double Ph,
+                  int Inc);
+float lrsFilterUD(float Imp[], float ImpD[], unsigned int Nwing, char Interp, float *Xp, double Ph,
+                  int Inc, double dhb);
+
+/* Resamples Nx samples of X into Y at factor, *Time the position in X;
+ * returns the samples written. lrsSrcUD also filters for down-sampling. */
+int lrsSrcUp(float X[], float Y[], double factor, double *Time, unsigned int Nx, unsigned int Nwing,
+             float LpScl, float Imp[], float ImpD[], char Interp);
+int lrsSrcUD(float X[], float Y[], double factor, double *Time, double dhb, unsigned int Nx,
+             unsigned int Nwing, float LpScl, float Imp[], float ImpD[], char Interp);
 
 KU_END_DECLS
 

@@ -51,6 +51,9 @@ extern "C" int access(const char *path, int mode)
     return real<int (*)(const char *, int)>("access")(path, mode);
 }
 
+// With 64-bit file offsets on a 32-bit target the headers name open's
+// definition open64, which is defined below.
+#ifndef __USE_FILE_OFFSET64
 extern "C" int open(const char *path, int flags, ...)
 {
     va_list args;
@@ -59,6 +62,7 @@ extern "C" int open(const char *path, int flags, ...)
     va_end(args);
     return open_through("open", path, flags, mode);
 }
+#endif
 
 extern "C" int open64(const char *path, int flags, ...)
 {

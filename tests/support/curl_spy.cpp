@@ -139,11 +139,18 @@ using namespace ku_test;
 
 extern "C" {
 
-CURLcode curl_easy_setopt(CURL *curl, CURLoption option, ...)
+// curl.h declares the option as the enum CURLoption, and va_start after a
+// parameter of enum type is undefined behaviour. An enum of CURLoption's
+// values travels as an int, so the stand-in takes an int and gets the
+// exported name through an assembler label.
+CURLcode spy_curl_easy_setopt(CURL *curl, int option_number, ...) __asm__("curl_easy_setopt");
+
+CURLcode spy_curl_easy_setopt(CURL *curl, int option_number, ...)
 {
     static const auto forward = real<CURLcode (*)(CURL *, CURLoption, ...)>("curl_easy_setopt");
+    const auto option = static_cast<CURLoption>(option_number);
     va_list args;
-    va_start(args, option);
+    va_start(args, option_number);
     CurlOption entry;
     entry.option = option;
     CURLcode result;

@@ -23,19 +23,30 @@ void check_fits_time_t(int64_t seconds)
     }
 }
 
+// With a 64-bit time_t on a 32-bit target, glibc's headers rename the
+// functions below (and so the definitions in this file) to their 64-bit
+// entry points: the real ones must be looked up by those names too.
+#if defined(__USE_TIME_BITS64) && __TIMESIZE == 32
+constexpr const char *clock_gettime_name = "__clock_gettime64";
+constexpr const char *time_name = "__time64";
+#else
+constexpr const char *clock_gettime_name = "clock_gettime";
+constexpr const char *time_name = "time";
+#endif
+
 using clock_gettime_fn = int (*)(clockid_t, timespec *);
 using time_fn = time_t (*)(time_t *);
 
 clock_gettime_fn real_clock_gettime()
 {
     static clock_gettime_fn real =
-        reinterpret_cast<clock_gettime_fn>(dlsym(RTLD_NEXT, "clock_gettime"));
+        reinterpret_cast<clock_gettime_fn>(dlsym(RTLD_NEXT, clock_gettime_name));
     return real;
 }
 
 time_fn real_time()
 {
-    static time_fn real = reinterpret_cast<time_fn>(dlsym(RTLD_NEXT, "time"));
+    static time_fn real = reinterpret_cast<time_fn>(dlsym(RTLD_NEXT, time_name));
     return real;
 }
 

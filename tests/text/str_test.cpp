@@ -147,13 +147,8 @@ TEST(RandomText, IsTheClockInLowerCaseHex)
 
 TEST(RandomText, LargestTickHasSixteenDigits)
 {
-    if (sizeof(time_t) == 4) {
-        // 2147483647999999999 ns: the last second a 32-bit time_t holds.
-        EXPECT_EQ(random_at(2147483647, 999999999), "1dcd64ffffffffff");
-    } else {
-        // 9223372036854775807 ns = INT64_MAX, the largest the clock can give.
-        EXPECT_EQ(random_at(9223372036, 854775807), "7fffffffffffffff");
-    }
+    // 9223372036854775807 ns = INT64_MAX, the largest the clock can give.
+    EXPECT_EQ(random_at(9223372036, 854775807), "7fffffffffffffff");
 }
 
 TEST(RandomText, SameTickGivesSameTextAndNextTickDiffers)
