@@ -5,7 +5,7 @@
 #   scripts/mutate.sh [--max N] [--seed S] [--timeout SEC] [--build DIR] [FAMILY...]
 #
 # FAMILY is a source name (membuffer, json, https, ...; default: all). For each
-# family a seeded sample of at most N mutants (default 30; 0 = all) is taken
+# family a seeded sample of at most N mutants (default 40; 0 = all) is taken
 # from src/<subsystem>/<family>.cpp (and the sources its test also covers,
 # see scripts/mutate.py). Each mutant is written into the source, only
 # <family>_test is rebuilt (-j1, nice) and run under `timeout`; the source is
@@ -15,7 +15,7 @@
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
-max=30 seed=1 limit=60 build=build-mutate
+max=40 seed=1 limit=20 build=build-mutate
 families=()
 while (($#)); do
   case $1 in
