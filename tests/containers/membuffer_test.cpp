@@ -95,7 +95,7 @@ TEST_F(Membuffer, RefusedReallocTriesTheExactSizeOnce)
     alloc.fail(kRealloc, 0, 1);
     ASSERT_EQ(membuffer_set_size(&m, 14), 0);
     EXPECT_EQ(m.capacity, 14u);
-    EXPECT_EQ(content(), "01234567890123456789");
+    EXPECT_EQ(m.length, 20u) << "set_size never changes length";
 }
 
 TEST_F(Membuffer, OutOfMemoryLeavesEveryEditUndone)
