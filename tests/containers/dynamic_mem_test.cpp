@@ -2,9 +2,12 @@
 // dynamic_mem_process, and the allocation failure paths.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "ku/dynamic_mem.h"
 #include "support/alloc_control.h"
@@ -31,167 +34,89 @@ protected:
         ASSERT_EQ(dynamic_mem_input(mem, bytes.data(), static_cast<int32_t>(bytes.size())), mem);
     }
     // Input that is expected to cross the limit: returns the stderr text.
-    std::string input_logged(const std::string &bytes)
-    {
-        CaptureStderr err;
-        input(bytes);
-        return err.finish();
-    }
     std::string content() const { return std::string(mem->buffer, static_cast<size_t>(mem->used)); }
 
     ku_dynamic_mem *mem;
 };
 
-size_t count_of(const std::string &text, const std::string &line)
-{
-    size_t count = 0;
-    for (size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) {
-        count++;
-    }
-    return count;
-}
-
 }  // namespace
 
-TEST(DynamicMemLayout, FieldsInDocumentedOrder)
+static_assert(offsetof(ku_dynamic_mem, capacity) == 0 && offsetof(ku_dynamic_mem, used) == 4 &&
+              offsetof(ku_dynamic_mem, growth) == 8 && offsetof(ku_dynamic_mem, limit) == 12 &&
+              offsetof(ku_dynamic_mem, buffer) == 16);
+
+// Scripts on growth 16, limit 100. A step is an input (text, or a length of
+// 'z's with '#') or a consumption ('>' and the offset from the buffer), then
+// capacity, used, the content and whether the overrun line was logged.
+TEST_F(DynamicMem, ScriptsFollowTheGrowTrimAndClearRules)
 {
-    EXPECT_EQ(offsetof(ku_dynamic_mem, capacity), 0u);
-    EXPECT_EQ(offsetof(ku_dynamic_mem, used), 4u);
-    EXPECT_EQ(offsetof(ku_dynamic_mem, growth), 8u);
-    EXPECT_EQ(offsetof(ku_dynamic_mem, limit), 12u);
-    EXPECT_EQ(offsetof(ku_dynamic_mem, buffer), 16u);
+    struct Step {
+        std::string op;
+        int32_t capacity, used;
+        std::string content;
+        bool overrun = false;
+    };
+    const std::string a90(90, 'a');
+    const std::vector<std::vector<Step>> scripts = {
+        // grows when no spare byte would remain: need 16 == capacity 16
+        {{"0123456789", 16, 10, "0123456789"}, {"abcdef", 32, 16, "0123456789abcdef"}},
+        // just under the limit is stored; reaching it clears with one line
+        {{a90, 106, 90, a90}, {"bbbbbbbbb", 106, 99, a90 + "bbbbbbbbb"}, {"0", 16, 1, "0", true}},
+        // a first input longer than the limit is stored whole, then cleared
+        {{"#120", 136, 120, std::string(120, 'z'), true}, {"y", 16, 1, "y", true}},
+        // process never trims; the next input trims to need + growth
+        {{"#184", 200, 184, std::string(184, 'z'), true}, {">179", 200, 5, "zzzzz"}, {"!", 22, 6, "zzzzz!"}},
+        // trimmed only once more than one step would stay free
+        {{"#40", 56, 40, std::string(40, 'z')}, {">10", 56, 30, std::string(30, 'z')},
+         {"bbbbbbbbbb", 56, 40, std::string(30, 'z') + "bbbbbbbbbb"},
+         {">1", 56, 39, std::string(29, 'z') + "bbbbbbbbbb"}, {"", 55, 39, std::string(29, 'z') + "bbbbbbbbbb"}},
+        // consumption at or below the buffer changes nothing, at or past the end empties
+        {{"0123456789", 16, 10, "0123456789"}, {">0", 16, 10, "0123456789"}, {">-1", 16, 10, "0123456789"},
+         {">4", 16, 6, "456789"}, {">6", 16, 0, ""}, {"abc", 16, 3, "abc"}, {">1000", 16, 0, ""}},
+    };
+    for (size_t n = 0; n < scripts.size(); n++) {
+        dynamic_mem_free(mem);
+        mem = dynamic_mem_init(16, 100);
+        for (const Step &step : scripts[n]) {
+            SCOPED_TRACE(testing::Message() << "script " << n << " step " << step.op.substr(0, 12));
+            CaptureStderr err;
+            if (step.op[0] == '>') {
+                const auto end = reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(mem->buffer) +
+                                                                static_cast<uintptr_t>(std::stol(step.op.substr(1))));
+                EXPECT_EQ(dynamic_mem_process(mem, end), mem);
+            } else {
+                input(step.op[0] == '#' ? std::string(std::stoul(step.op.substr(1)), 'z') : step.op);
+            }
+            const std::string log = err.finish();
+            if (step.overrun) {
+                const size_t at = log.size() - std::min(log.size(), strlen(kOverrunLine));
+                EXPECT_TRUE(at > 0 && log.find(kOverrunLine) == at && log.find('\n') == log.size() - 1) << log;
+            } else {
+                EXPECT_EQ(log, "");
+            }
+            EXPECT_EQ(mem->capacity, step.capacity);
+            EXPECT_EQ(mem->used, step.used);
+            EXPECT_EQ(content(), step.content);
+        }
+    }
 }
 
-TEST_F(DynamicMem, NewRecordHoldsNothing)
-{
-    ASSERT_NE(mem, nullptr);
-    EXPECT_EQ(mem->capacity, 0);
-    EXPECT_EQ(mem->used, 0);
-    EXPECT_EQ(mem->growth, 16);
-    EXPECT_EQ(mem->limit, 100);
-    EXPECT_EQ(mem->buffer, nullptr);
-}
-
-TEST_F(DynamicMem, GrowsWhenNoSpareByteWouldRemain)
-{
-    input("0123456789");
-    EXPECT_EQ(mem->capacity, 16);
-    EXPECT_EQ(mem->used, 10);
-    input("abcdef");
-    EXPECT_EQ(mem->capacity, 32) << "need 16 equals capacity 16";
-    EXPECT_EQ(mem->used, 16);
-    EXPECT_EQ(content(), "0123456789abcdef");
-}
-
-TEST_F(DynamicMem, EmptyFirstInputAllocates)
+TEST_F(DynamicMem, FreshOrEmptiedBufferIsZeroedAndAMoveLeavesTheTail)
 {
     ASSERT_EQ(dynamic_mem_input(mem, nullptr, 0), mem);
-    EXPECT_EQ(mem->capacity, 16);
-    EXPECT_EQ(mem->used, 0);
     ASSERT_NE(mem->buffer, nullptr);
-    EXPECT_EQ(std::string(mem->buffer, 16), std::string(16, '\0')) << "a new buffer is cleared";
-}
-
-TEST_F(DynamicMem, InputJustUnderLimitIsStored)
-{
-    input(std::string(90, 'a'));
-    EXPECT_EQ(mem->used, 90);
-    CaptureStderr err;
-    input("bbbbbbbbb");
-    EXPECT_EQ(err.finish(), "");
-    EXPECT_EQ(mem->used, 99);
-    EXPECT_EQ(content(), std::string(90, 'a') + "bbbbbbbbb");
-}
-
-TEST_F(DynamicMem, InputReachingLimitClearsCacheWithOneErrorLine)
-{
-    input(std::string(90, 'a'));
-    const std::string log = input_logged("0123456789");
-    EXPECT_EQ(count_of(log, kOverrunLine), 1u) << log;
-    EXPECT_EQ(mem->used, 10);
-    EXPECT_EQ(mem->capacity, 16);
-    EXPECT_EQ(content(), "0123456789");
-}
-
-TEST_F(DynamicMem, FirstInputLongerThanLimitIsStoredWholeThenCleared)
-{
-    const std::string big(120, 'x');
-    EXPECT_EQ(count_of(input_logged(big), kOverrunLine), 1u);
-    EXPECT_EQ(mem->used, 120);
-    EXPECT_EQ(mem->capacity, 136);
-    EXPECT_EQ(content(), big);
-
-    EXPECT_EQ(count_of(input_logged("y"), kOverrunLine), 1u);
-    EXPECT_EQ(mem->used, 1);
-    EXPECT_EQ(mem->capacity, 16);
-    EXPECT_EQ(content(), "y");
-}
-
-TEST_F(DynamicMem, LargeSlackIsTrimmedByTheNextInput)
-{
-    (void)input_logged(std::string(184, 'z'));
-    ASSERT_EQ(mem->capacity, 200);
-    ASSERT_EQ(dynamic_mem_process(mem, mem->buffer + 179), mem);
-    ASSERT_EQ(mem->used, 5);
-    EXPECT_EQ(mem->capacity, 200) << "process never trims";
-
-    input("!");
-    EXPECT_EQ(mem->capacity, 22) << "need 6 + growth 16";
-    EXPECT_EQ(content(), "zzzzz!");
-}
-
-TEST_F(DynamicMem, TrimStartsWhenMoreThanOneStepWouldStayFree)
-{
-    input(std::string(40, 'a'));
-    ASSERT_EQ(mem->capacity, 56);
-    dynamic_mem_process(mem, mem->buffer + 10);
-    input("bbbbbbbbbb");
-    EXPECT_EQ(mem->capacity, 56) << "need 40 + 16 is not under 56: kept";
-    dynamic_mem_process(mem, mem->buffer + 1);
-    input("");
-    EXPECT_EQ(mem->capacity, 55) << "need 39 + 16 is under 56: trimmed";
-    EXPECT_EQ(content(), std::string(29, 'a') + "bbbbbbbbbb");
-}
-
-// --- process -----------------------------------------------------------------
-
-TEST_F(DynamicMem, ProcessMovesRestToFront)
-{
+    EXPECT_EQ(std::string(mem->buffer, 16), std::string(16, '\0'));
     input("0123456789");
     char *const buffer = mem->buffer;
-    ASSERT_EQ(dynamic_mem_process(mem, mem->buffer + 4), mem);
-    EXPECT_EQ(mem->used, 6);
+    dynamic_mem_process(mem, mem->buffer + 4);
     EXPECT_EQ(mem->buffer, buffer);
     EXPECT_EQ(std::string(mem->buffer, 10), "4567896789") << "bytes behind the new end keep their values";
-}
-
-TEST_F(DynamicMem, ProcessAtOrBelowBufferChangesNothing)
-{
-    input("0123456789");
-    dynamic_mem_process(mem, mem->buffer);
-    dynamic_mem_process(mem, mem->buffer - 1);
-    dynamic_mem_process(mem, nullptr);
-    EXPECT_EQ(mem->used, 10);
-    EXPECT_EQ(content(), "0123456789");
-}
-
-TEST_F(DynamicMem, ProcessAtOrPastEndEmptiesAndZeroes)
-{
-    input("0123456789");
-    dynamic_mem_process(mem, mem->buffer + 10);
-    EXPECT_EQ(mem->used, 0);
-    EXPECT_EQ(mem->capacity, 16);
+    dynamic_mem_process(mem, mem->buffer + 6);
     EXPECT_EQ(std::string(mem->buffer, 16), std::string(16, '\0'));
 
-    input("abc");
-    dynamic_mem_process(mem, mem->buffer + 1000);
-    EXPECT_EQ(mem->used, 0);
-    EXPECT_EQ(mem->buffer[0], '\0');
-}
-
-TEST_F(DynamicMem, ProcessWithoutBufferChangesNothing)
-{
     char other[4] = {};
+    dynamic_mem_free(mem);
+    mem = dynamic_mem_init(16, 100);
     EXPECT_EQ(dynamic_mem_process(mem, other + 2), mem);
     EXPECT_EQ(mem->buffer, nullptr);
     EXPECT_EQ(mem->used, 0);
@@ -221,6 +146,24 @@ TEST_F(DynamicMem, ParseLoopReassemblesMessagesSplitAcrossInputs)
 
 // --- caller mistakes ---------------------------------------------------------
 
+TEST(DynamicMemInit, RefusesStepOrLimitBelowOne)
+{
+    EXPECT_EQ(dynamic_mem_init(0, 100), nullptr);
+    EXPECT_EQ(dynamic_mem_init(16, 0), nullptr);
+    EXPECT_EQ(dynamic_mem_init(-1, -1), nullptr);
+    EXPECT_EQ(dynamic_mem_input(nullptr, "a", 1), nullptr);
+    EXPECT_EQ(dynamic_mem_process(nullptr, nullptr), nullptr);
+    dynamic_mem_free(nullptr);
+
+    ku_dynamic_mem *smallest = dynamic_mem_init(1, 1);
+    ASSERT_NE(smallest, nullptr) << "a step and a limit of 1 are fine";
+    dynamic_mem_free(smallest);
+    ku_dynamic_mem *step1 = dynamic_mem_init(1, 100);
+    ASSERT_EQ(dynamic_mem_input(step1, "abc", 3), step1);
+    EXPECT_EQ(step1->capacity, 4) << "need 3 + growth 1";
+    dynamic_mem_free(step1);
+}
+
 TEST_F(DynamicMem, NegativeLengthOrMissingSourceIsIgnored)
 {
     input("abc");
@@ -230,15 +173,6 @@ TEST_F(DynamicMem, NegativeLengthOrMissingSourceIsIgnored)
     EXPECT_EQ(mem->capacity, 16);
 }
 
-TEST(DynamicMemInit, RefusesStepOrLimitBelowOne)
-{
-    EXPECT_EQ(dynamic_mem_init(0, 100), nullptr);
-    EXPECT_EQ(dynamic_mem_init(16, 0), nullptr);
-    EXPECT_EQ(dynamic_mem_init(-1, -1), nullptr);
-    EXPECT_EQ(dynamic_mem_input(nullptr, "a", 1), nullptr);
-    EXPECT_EQ(dynamic_mem_process(nullptr, nullptr), nullptr);
-    dynamic_mem_free(nullptr);
-}
 
 // --- allocation failure ------------------------------------------------------
 

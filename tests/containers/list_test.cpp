@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <iterator>
 #include <thread>
 #include <vector>
 
@@ -31,69 +32,37 @@ void *item(uintptr_t n)
 
 }  // namespace
 
-TEST_F(List, NewListIsEmpty)
+// A FIFO walk through the edges: empty, one element (head and tail), a null
+// element (stored like any other), popping the last one, pops beyond empty.
+TEST_F(List, KeepsAppendOrderThroughEveryEdge)
 {
     ASSERT_NE(list, nullptr);
-    EXPECT_EQ(ku_list_size(list), 0u);
-    EXPECT_EQ(ku_list_pop(list), nullptr);
-    EXPECT_EQ(ku_list_peek_head(list), nullptr);
-    EXPECT_EQ(ku_list_peek_tail(list), nullptr);
-}
-
-TEST_F(List, ElementsComeOutInAppendOrder)
-{
-    for (uintptr_t n = 1; n <= 5; n++) {
-        ASSERT_EQ(ku_list_append(list, item(n)), 0);
+    struct Step {
+        char op;            // a(ppend) p(op)
+        uintptr_t element;  // 0 stands for the null element
+        bool pops_null;     // p: null comes out
+        size_t size;
+        uintptr_t head, tail;  // 0: no element (null)
+    };
+    auto ptr = [](uintptr_t n) { return n == 0 ? nullptr : item(n); };
+    const Step steps[] = {
+        {'p', 0, true, 0, 0, 0},  {'a', 7, false, 1, 7, 7},  {'a', 0, false, 2, 7, 0},  {'a', 9, false, 3, 7, 9},
+        {'p', 7, false, 2, 0, 9}, {'p', 0, true, 1, 9, 9},   {'p', 9, false, 0, 0, 0},  {'p', 0, true, 0, 0, 0},
+        {'a', 2, false, 1, 2, 2}, {'a', 3, false, 2, 2, 3},  {'a', 4, false, 3, 2, 4},  {'p', 2, false, 2, 3, 4},
+        {'p', 3, false, 1, 4, 4}, {'p', 4, false, 0, 0, 0},
+    };
+    for (size_t i = 0; i < std::size(steps); i++) {
+        const Step &step = steps[i];
+        SCOPED_TRACE(testing::Message() << "step " << i);
+        if (step.op == 'a') {
+            ASSERT_EQ(ku_list_append(list, ptr(step.element)), 0);
+        } else {
+            EXPECT_EQ(ku_list_pop(list), step.pops_null ? nullptr : ptr(step.element));
+        }
+        EXPECT_EQ(ku_list_size(list), step.size);
+        EXPECT_EQ(ku_list_peek_head(list), ptr(step.head));
+        EXPECT_EQ(ku_list_peek_tail(list), ptr(step.tail));
     }
-    EXPECT_EQ(ku_list_size(list), 5u);
-    EXPECT_EQ(ku_list_peek_head(list), item(1));
-    EXPECT_EQ(ku_list_peek_tail(list), item(5));
-    for (uintptr_t n = 1; n <= 5; n++) {
-        EXPECT_EQ(ku_list_pop(list), item(n));
-        EXPECT_EQ(ku_list_size(list), 5u - n);
-    }
-}
-
-TEST_F(List, SingleElementIsBothHeadAndTail)
-{
-    ASSERT_EQ(ku_list_append(list, item(7)), 0);
-    EXPECT_EQ(ku_list_peek_head(list), item(7));
-    EXPECT_EQ(ku_list_peek_tail(list), item(7));
-    EXPECT_EQ(ku_list_size(list), 1u) << "peeks remove nothing";
-}
-
-TEST_F(List, PoppingLastElementLeavesListReusable)
-{
-    ASSERT_EQ(ku_list_append(list, item(1)), 0);
-    ASSERT_EQ(ku_list_pop(list), item(1));
-    EXPECT_EQ(ku_list_peek_head(list), nullptr);
-    EXPECT_EQ(ku_list_peek_tail(list), nullptr);
-    ASSERT_EQ(ku_list_append(list, item(2)), 0);
-    ASSERT_EQ(ku_list_append(list, item(3)), 0);
-    EXPECT_EQ(ku_list_peek_head(list), item(2));
-    EXPECT_EQ(ku_list_peek_tail(list), item(3));
-    EXPECT_EQ(ku_list_pop(list), item(2));
-    EXPECT_EQ(ku_list_pop(list), item(3));
-}
-
-TEST_F(List, PopOfEmptyListKeepsSizeZero)
-{
-    EXPECT_EQ(ku_list_pop(list), nullptr);
-    EXPECT_EQ(ku_list_pop(list), nullptr);
-    EXPECT_EQ(ku_list_size(list), 0u);
-    ASSERT_EQ(ku_list_append(list, item(4)), 0);
-    EXPECT_EQ(ku_list_size(list), 1u);
-}
-
-TEST_F(List, NullIsStoredLikeAnyElement)
-{
-    ASSERT_EQ(ku_list_append(list, nullptr), 0);
-    EXPECT_EQ(ku_list_size(list), 1u);
-    ASSERT_EQ(ku_list_append(list, item(9)), 0);
-    EXPECT_EQ(ku_list_pop(list), nullptr);
-    EXPECT_EQ(ku_list_size(list), 1u) << "the null element's node was removed";
-    EXPECT_EQ(ku_list_pop(list), item(9));
-    EXPECT_EQ(ku_list_size(list), 0u);
 }
 
 TEST(ListDeinit, FreesNodesButNotElements)

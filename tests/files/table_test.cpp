@@ -65,45 +65,24 @@ protected:
 
 }  // namespace
 
-TEST_F(Table, SpacesSeparateAndRunsCountAsOne)
+// One row per field and line rule of the file format.
+TEST_F(Table, LoadSplitsFieldsByTheFormatRules)
 {
-    EXPECT_EQ(load_cells("a b   c\n  d  \n"), (Rows{{"a", "b", "c"}, {"d"}}));
-}
-
-TEST_F(Table, EscapedSpaceStaysInsideTheField)
-{
-    EXPECT_EQ(load_cells("a\\ b  c\n"), (Rows{{"a b", "c"}}));
-}
-
-TEST_F(Table, DoubleBackslashBeforeSpaceStillJoinsTheField)
-{
-    // The space follows a backslash, so it separates nothing.
-    EXPECT_EQ(load_cells("a\\\\ b\n"), (Rows{{"a\\ b"}}));
-}
-
-TEST_F(Table, LoneBackslashAtLineEndIsAnEmptyCell)
-{
-    EXPECT_EQ(load_cells("a \\\n"), (Rows{{"a", ""}}));
-}
-
-TEST_F(Table, BackslashBetweenSpacesRunsIntoTheNextField)
-{
-    EXPECT_EQ(load_cells("a \\ b\n"), (Rows{{"a", " b"}}));
-}
-
-TEST_F(Table, TrailingBackslashSpaceLosesBoth)
-{
-    EXPECT_EQ(load_cells("a b\\ \n"), (Rows{{"a", "b"}}));
-}
-
-TEST_F(Table, CommentsAndBlankLinesAreNoRows)
-{
-    EXPECT_EQ(load_cells("# comment\n\n   \n \\ \\\\ \r\n\tx\n"), (Rows{{"\tx"}}));
-}
-
-TEST_F(Table, NumberSignBehindSpacesStartsARow)
-{
-    EXPECT_EQ(load_cells("  #not comment\n"), (Rows{{"#not", "comment"}}));
+    const std::pair<const char *, Rows> rows[] = {
+        {"a b   c\n  d  \n", {{"a", "b", "c"}, {"d"}}},      // runs of spaces count as one
+        {"a\\ b  c\n", {{"a b", "c"}}},                      // an escaped space stays in the field
+        {"a\\\\ b\n", {{"a\\ b"}}},                          // a space behind a backslash separates nothing
+        {"a \\\n", {{"a", ""}}},                             // a lone backslash at the end: an empty cell
+        {"a \\ b\n", {{"a", " b"}}},                         // a backslash between spaces joins the next field
+        {"a b\\ \n", {{"a", "b"}}},                          // a trailing backslash-space goes
+        {"# comment\n\n   \n \\ \\\\ \r\n\tx\n", {{"\tx"}}},  // comments and blank lines are no rows
+        {"  #not comment\n", {{"#not", "comment"}}},         // '#' behind spaces starts a row
+        {"a b\r\nc\rdropped\n", {{"a", "b"}, {"c"}}},        // CR ends the line
+        {"", {}},
+    };
+    for (const auto &[content, cells] : rows) {
+        EXPECT_EQ(load_cells(content), cells) << content;
+    }
 }
 
 TEST_F(Table, EmptyFileAndCommentsOnlyGiveNoRows)
@@ -114,12 +93,6 @@ TEST_F(Table, EmptyFileAndCommentsOnlyGiveNoRows)
     EXPECT_EQ(kutable_colume_number(table, 0), 0);
     EXPECT_EQ(kutable_set(table, 0, 0, "x"), -1);
     kutable_close(table);
-    EXPECT_EQ(load_cells(""), Rows{});
-}
-
-TEST_F(Table, CrEndsTheLineAndWhatFollowsIsDropped)
-{
-    EXPECT_EQ(load_cells("a b\r\nc\rdropped\n"), (Rows{{"a", "b"}, {"c"}}));
 }
 
 TEST_F(Table, ContentOnlyBehindTheFirstCrIsARowOfNoCells)
@@ -182,15 +155,17 @@ TEST_F(Table, SetSameTextIsRefusedPrefixAndLongerAreStored)
     kutable_close(table);
 }
 
-TEST_F(Table, SetWithoutMemoryLeavesTheCell)
+TEST_F(Table, SetOrAppendWithoutMemoryChangesNothing)
 {
     KU_REQUIRE_ALLOC_CONTROL();
     kutable *table = load("ab\n");
     ku_test::AllocControl alloc;
     alloc.fail(ku_test::kRealloc, 0, -1);
     EXPECT_EQ(kutable_set(table, 0, 0, "much longer"), -1);
+    alloc.fail(ku_test::kAnyAlloc, 0, -1);
+    EXPECT_EQ(kutable_append(table, "x y"), -1);
     alloc.allow();
-    EXPECT_STREQ(kutable_get(table, 0, 0), "ab");
+    EXPECT_EQ(cells_of(table), (Rows{{"ab"}}));
     kutable_close(table);
 }
 

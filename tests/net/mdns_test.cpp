@@ -93,65 +93,42 @@ TEST_F(Mdns, DestroyRunsTheKillCommandAlone)
     EXPECT_EQ(commands, Commands{kKill});
 }
 
-TEST_F(Mdns, RegisterRunsTheFiveValuesInTheBackground)
+// One row per argument rule: the command run in the background, or the error
+// line and no command.
+TEST_F(Mdns, RegisterBuildsOneCommandOrNamesTheBadArgument)
 {
-    EXPECT_TRUE(register_logging('R', "printer", "_ipp._tcp", "local", "631", "rp=queue").empty());
-    EXPECT_EQ(commands, Commands{"dns-sd -R printer _ipp._tcp local 631 rp=queue &"});
-}
-
-TEST_F(Mdns, RegisterWithNullTxtLeavesTwoBlanksBeforeTheAmpersand)
-{
-    ku_mdns_service_register('R', "printer", "_ipp._tcp", "local", "631", nullptr);
-    EXPECT_EQ(commands, Commands{"dns-sd -R printer _ipp._tcp local 631  &"});
-}
-
-TEST_F(Mdns, BrowseIgnoresNamePortAndTxtAndKeepsTheirBlanks)
-{
-    ku_mdns_service_register('B', "printer", "_ipp._tcp", nullptr, "631", "rp=queue");
-    ku_mdns_service_register('B', nullptr, "_ipp._tcp", "local", nullptr, nullptr);
-    EXPECT_EQ(commands, (Commands{"dns-sd -B  _ipp._tcp    &", "dns-sd -B  _ipp._tcp local   &"}));
-}
-
-TEST_F(Mdns, FlagOtherThanRAndBIsInvalidEvenWithAllStringsNull)
-{
-    EXPECT_EQ(register_logging('X', nullptr, nullptr, nullptr, nullptr, nullptr),
-              std::vector<std::string>{kInvalid});
-    EXPECT_EQ(register_logging('r', "printer", "_ipp._tcp", "local", "631", "x"),
-              std::vector<std::string>{kInvalid});
-    EXPECT_EQ(register_logging(0, "printer", "_ipp._tcp", "local", "631", "x"),
-              std::vector<std::string>{kInvalid});
-    EXPECT_TRUE(commands.empty());
-}
-
-TEST_F(Mdns, RegisterNeedsNameTypeDomainAndPort)
-{
-    const std::vector<std::string> missing{kMissing};
-    EXPECT_EQ(register_logging('R', nullptr, "_ipp._tcp", "local", "631", "x"), missing);
-    EXPECT_EQ(register_logging('R', "printer", nullptr, "local", "631", "x"), missing);
-    EXPECT_EQ(register_logging('R', "printer", "_ipp._tcp", nullptr, "631", "x"), missing);
-    EXPECT_EQ(register_logging('R', "printer", "_ipp._tcp", "local", nullptr, "x"), missing);
-    EXPECT_TRUE(commands.empty());
-}
-
-TEST_F(Mdns, BrowseNeedsType)
-{
-    EXPECT_EQ(register_logging('B', "printer", nullptr, "local", "631", "x"),
-              std::vector<std::string>{kMissing});
-    EXPECT_TRUE(commands.empty());
-}
-
-TEST_F(Mdns, RegisterCommandOf255CharactersRunsAnd256IsRefused)
-{
-    // "dns-sd -R " + name + " t d p x &" is 20 characters around the name.
-    const std::string fits(235, 'n');
-    ku_mdns_service_register('R', fits.c_str(), "t", "d", "p", "x");
-    ASSERT_EQ(commands.size(), 1u);
-    EXPECT_EQ(commands[0].size(), 255u);
-
+    struct Row {
+        char flag;
+        const char *name, *type, *domain, *port, *txt;
+        std::string command;  // "" when refused
+        const char *error;
+    };
+    const std::string fits(235, 'n');  // 20 characters around the name: 255
     const std::string over(236, 'n');
-    EXPECT_EQ(register_logging('R', over.c_str(), "t", "d", "p", "x"),
-              std::vector<std::string>{kTooLong});
-    EXPECT_EQ(commands.size(), 1u);
+    const Row rows[] = {
+        {'R', "printer", "_ipp._tcp", "local", "631", "rp=queue", "dns-sd -R printer _ipp._tcp local 631 rp=queue &",
+         nullptr},
+        {'R', "printer", "_ipp._tcp", "local", "631", nullptr, "dns-sd -R printer _ipp._tcp local 631  &", nullptr},
+        {'B', "printer", "_ipp._tcp", nullptr, "631", "rp=queue", "dns-sd -B  _ipp._tcp    &", nullptr},
+        {'B', nullptr, "_ipp._tcp", "local", nullptr, nullptr, "dns-sd -B  _ipp._tcp local   &", nullptr},
+        {'R', fits.c_str(), "t", "d", "p", "x", "dns-sd -R " + fits + " t d p x &", nullptr},
+        {'R', over.c_str(), "t", "d", "p", "x", "", kTooLong},
+        {'X', nullptr, nullptr, nullptr, nullptr, nullptr, "", kInvalid},
+        {'r', "printer", "_ipp._tcp", "local", "631", "x", "", kInvalid},
+        {0, "printer", "_ipp._tcp", "local", "631", "x", "", kInvalid},
+        {'R', nullptr, "_ipp._tcp", "local", "631", "x", "", kMissing},
+        {'R', "printer", nullptr, "local", "631", "x", "", kMissing},
+        {'R', "printer", "_ipp._tcp", nullptr, "631", "x", "", kMissing},
+        {'R', "printer", "_ipp._tcp", "local", nullptr, "x", "", kMissing},
+        {'B', "printer", nullptr, "local", "631", "x", "", kMissing},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(testing::Message() << row.flag << " " << (row.name ? row.name : "<null>"));
+        commands.clear();
+        const auto log = register_logging(row.flag, row.name, row.type, row.domain, row.port, row.txt);
+        EXPECT_EQ(log, row.error ? std::vector<std::string>{row.error} : std::vector<std::string>{});
+        EXPECT_EQ(commands, row.command.empty() ? Commands{} : Commands{row.command});
+    }
 }
 
 TEST_F(Mdns, DeregisterLogsThenRunsTheKillPipeline)

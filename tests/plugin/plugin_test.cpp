@@ -156,16 +156,24 @@ TEST(PluginLoad, DestroyOfNullDoesNothing)
 // ---------------------------------------------------------------------------
 // Refusals before anything is opened
 
-TEST(PluginRefusal, NullOrEmptyArgumentsAreNamedInTheMessage)
+// Refused before anything is opened: nothing on stdout, one line on stderr.
+TEST(PluginRefusal, BadArgumentsOrMissingFileAreNamed)
 {
+    ku_test::TempDir dir;
+    const std::string name(1100, 'n');
+    const std::string cut = (dir.path() + "/p_" + name + ".so").substr(0, 1023);
     struct Case {
-        const char *path, *prefix, *name, *message;
+        const char *path, *prefix, *name;
+        std::string message;
     };
     const Case cases[] = {
         {nullptr, "p_", "x", "ku_plugin_create invalid args, path=(null) prefix=p_ name=x\n"},
         {"/d", nullptr, "x", "ku_plugin_create invalid args, path=/d prefix=(null) name=x\n"},
         {"/d", "p_", nullptr, "ku_plugin_create invalid args, path=/d prefix=p_ name=(null)\n"},
         {"/d", "p_", "", "ku_plugin_create invalid args, path=/d prefix=p_ name=\n"},
+        {kDir.c_str(), "kutest_", "missing", "access " + plugin_file("kutest_missing") + " failed\n"},
+        {"", "kutest_", "no_such_plugin_here", "access /kutest_no_such_plugin_here.so failed\n"},  // the root
+        {dir.path().c_str(), "p_", name.c_str(), "access " + cut + " failed\n"},                 // cut at 1023
     };
     for (const Case &c : cases) {
         Attempt attempt(c.path, c.prefix, c.name);
@@ -173,31 +181,6 @@ TEST(PluginRefusal, NullOrEmptyArgumentsAreNamedInTheMessage)
         EXPECT_EQ(attempt.stderr_text, c.message);
         EXPECT_EQ(attempt.stdout_text, "");
     }
-}
-
-TEST(PluginRefusal, MissingFileFailsAccess)
-{
-    Attempt attempt(kDir.c_str(), "kutest_", "missing");
-    EXPECT_EQ(attempt.plugin, nullptr);
-    EXPECT_EQ(attempt.stderr_text, "access " + plugin_file("kutest_missing") + " failed\n");
-    EXPECT_EQ(attempt.stdout_text, "");
-}
-
-TEST(PluginRefusal, EmptyPathMeansTheRootDirectory)
-{
-    Attempt attempt("", "kutest_", "no_such_plugin_here");
-    EXPECT_EQ(attempt.plugin, nullptr);
-    EXPECT_EQ(attempt.stderr_text, "access /kutest_no_such_plugin_here.so failed\n");
-}
-
-TEST(PluginRefusal, FileNameIsCutAt1023Bytes)
-{
-    ku_test::TempDir dir;
-    const std::string name(1100, 'n');
-    const std::string full = dir.path() + "/p_" + name + ".so";
-    Attempt attempt(dir.path().c_str(), "p_", name.c_str());
-    EXPECT_EQ(attempt.plugin, nullptr);
-    EXPECT_EQ(attempt.stderr_text, "access " + full.substr(0, 1023) + " failed\n");
 }
 
 // ---------------------------------------------------------------------------
@@ -258,23 +241,16 @@ TEST(PluginFailure, NameFunctionGivingNullIsShownAsNull)
                                        ") does not match \"nullname\"\n");
 }
 
-TEST(PluginFailure, OpsFunctionGivingNullIsRefused)
+TEST(PluginFailure, MissingOrNullOpsIsRefused)
 {
-    const std::string file = plugin_file("kutest_nullops");
-    Attempt attempt(kDir.c_str(), "kutest_", "nullops");
-    EXPECT_EQ(attempt.plugin, nullptr);
-    EXPECT_EQ(attempt.stdout_text, opened_line(file));
-    EXPECT_EQ(attempt.stderr_text, "ERROR: ku_load_module module_ops not found\n");
-    EXPECT_FALSE(loaded(file));
-}
-
-TEST(PluginFailure, MissingOpsSymbolIsRefused)
-{
-    const std::string file = plugin_file("kutest_noops");
-    Attempt attempt(kDir.c_str(), "kutest_", "noops");
-    EXPECT_EQ(attempt.plugin, nullptr);
-    EXPECT_EQ(attempt.stderr_text, "ERROR: ku_load_module module_ops not found\n");
-    EXPECT_FALSE(loaded(file));
+    for (const char *name : {"nullops", "noops"}) {
+        const std::string file = plugin_file(std::string("kutest_") + name);
+        Attempt attempt(kDir.c_str(), "kutest_", name);
+        EXPECT_EQ(attempt.plugin, nullptr);
+        EXPECT_EQ(attempt.stdout_text, opened_line(file));
+        EXPECT_EQ(attempt.stderr_text, "ERROR: ku_load_module module_ops not found\n");
+        EXPECT_FALSE(loaded(file));
+    }
 }
 
 TEST(PluginFailure, RecordAllocationFailureComesAfterTheOpenLine)

@@ -8,6 +8,7 @@
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "support/alloc_control.h"
 #include "support/capture.h"
@@ -70,27 +71,18 @@ ThreadFacts facts_of_new_thread()
     return facts;
 }
 
-TEST(ThreadCreate, SmallDefaultStackIsRaisedTo0x40000)
+// A default stack below 0x40000 is raised to it (0x20000: page rounding
+// alone cannot get there), a larger one is kept; the thread is joinable.
+TEST(ThreadCreate, StackIsAtLeast0x40000AndThreadIsJoinable)
 {
-    // Well below the floor: page rounding alone cannot reach 0x40000.
-    DefaultStack small(0x20000);
-    ASSERT_TRUE(small.applied());
-    const ThreadFacts facts = facts_of_new_thread();
-    EXPECT_GE(facts.stack, 0x40000u);
-}
-
-TEST(ThreadCreate, LargerDefaultStackIsKept)
-{
-    DefaultStack large(8 * 1024 * 1024);
-    ASSERT_TRUE(large.applied());
-    const ThreadFacts facts = facts_of_new_thread();
-    EXPECT_GE(facts.stack, 8u * 1024 * 1024);
-}
-
-TEST(ThreadCreate, NewThreadIsJoinable)
-{
-    const ThreadFacts facts = facts_of_new_thread();
-    EXPECT_EQ(facts.detach_state, PTHREAD_CREATE_JOINABLE);
+    for (const auto &[default_stack, at_least] : {std::pair<size_t, size_t>{0x20000, 0x40000},
+                                                  std::pair<size_t, size_t>{8u << 20, 8u << 20}}) {
+        DefaultStack stack(default_stack);
+        ASSERT_TRUE(stack.applied());
+        const ThreadFacts facts = facts_of_new_thread();
+        EXPECT_GE(facts.stack, at_least) << default_stack;
+        EXPECT_EQ(facts.detach_state, PTHREAD_CREATE_JOINABLE);
+    }
 }
 
 TEST(ThreadCreate, RefusedCreationGivesZeroAndOneErrorLine)
@@ -280,8 +272,9 @@ TEST(RecursiveLock, HolderMayEnterAgainAndOthersWaitForTheLastLeave)
     kulock_deinit(lock);
 }
 
-TEST(RecursiveLock, FailedAllocationGivesNull)
+TEST(RecursiveLock, FailedAllocationGivesNullAndNullIsIgnored)
 {
+    kulock_deinit(nullptr);
     KU_REQUIRE_ALLOC_CONTROL();
     ku_test::AllocControl alloc;
     alloc.fail(ku_test::kAnyAlloc);

@@ -34,28 +34,18 @@ std::string random_at(int64_t seconds, long nanoseconds)
 
 }  // namespace
 
-TEST(CaseConversion, NullPassesThrough)
+TEST(CaseConversion, ConvertsInPlaceAndReturnsTheSamePointer)
 {
     EXPECT_EQ(strupr(nullptr), nullptr);
     EXPECT_EQ(strlwr(nullptr), nullptr);
-}
-
-TEST(CaseConversion, EmptyTextIsReturnedUnchanged)
-{
-    char text[4] = "";
-    EXPECT_EQ(strupr(text), text);
-    EXPECT_EQ(text[0], '\0');
-    EXPECT_EQ(strlwr(text), text);
-    EXPECT_EQ(text[0], '\0');
-}
-
-TEST(CaseConversion, ConvertsEveryLetterAndReturnsTheSamePointer)
-{
     char text[] = "Hello, World az AZ";
     EXPECT_EQ(strupr(text), text);
     EXPECT_STREQ(text, "HELLO, WORLD AZ AZ");
     EXPECT_EQ(strlwr(text), text);
     EXPECT_STREQ(text, "hello, world az az");
+    char stops[] = "ab\0cd";
+    strupr(stops);
+    EXPECT_EQ(std::string(stops, sizeof stops - 1), std::string("AB\0cd", 5)) << "stops at the terminator";
 }
 
 TEST(CaseConversion, OnlyAsciiLettersChange)
@@ -81,40 +71,17 @@ TEST(CaseConversion, OnlyAsciiLettersChange)
     }
 }
 
-TEST(CaseConversion, StopsAtTheTerminator)
+// Only the blank counts, on both ends; the text moves to the start.
+TEST(Trim, RemovesOuterBlanksOnly)
 {
-    char text[] = "ab\0cd";
-    strupr(text);
-    EXPECT_EQ(std::string(text, sizeof text - 1), std::string("AB\0cd", 5));
-}
-
-TEST(Trim, EmptyAndAllBlankTextsBecomeEmpty)
-{
-    EXPECT_EQ(trimmed(""), "");
-    EXPECT_EQ(trimmed(" "), "");
-    EXPECT_EQ(trimmed("     "), "");
-}
-
-TEST(Trim, TextWithoutOuterBlanksStays)
-{
-    EXPECT_EQ(trimmed("a"), "a");
-    EXPECT_EQ(trimmed("key value"), "key value");
-}
-
-TEST(Trim, RemovesOuterBlanksOnlyAndMovesTextToTheStart)
-{
-    char text[] = "   a b  c   ";
-    ku_string_trim(text);
-    EXPECT_STREQ(text, "a b  c");
-    EXPECT_EQ(trimmed("  x"), "x");
-    EXPECT_EQ(trimmed("x  "), "x");
-}
-
-TEST(Trim, OnlyTheBlankCounts)
-{
-    EXPECT_EQ(trimmed("  value  \n"), "value  \n");
-    EXPECT_EQ(trimmed("\t value \t"), "\t value \t");
-    EXPECT_EQ(trimmed("\r x"), "\r x");
+    const std::pair<const char *, const char *> rows[] = {
+        {"", ""},       {" ", ""},     {"     ", ""},    {"a", "a"},   {"key value", "key value"},
+        {"   a b  c   ", "a b  c"}, {"  x", "x"},    {"x  ", "x"}, {"  value  \n", "value  \n"},
+        {"\t value \t", "\t value \t"}, {"\r x", "\r x"},
+    };
+    for (const auto &[text, want] : rows) {
+        EXPECT_EQ(trimmed(text), want) << "'" << text << "'";
+    }
 }
 
 TEST(Trim, LongOverlappingMoveKeepsEveryByte)
