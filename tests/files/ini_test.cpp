@@ -209,6 +209,11 @@ TEST_F(Ini, OverLongSectionOrKeyLineIsRefusedAndTheFileStays)
     EXPECT_EQ(PutIniKeyString("one", "a", value.c_str(), path_.c_str()), -1);
     EXPECT_EQ(read_file(path_), kTwoSections);
     EXPECT_NE(access((path_ + ".tmp").c_str(), F_OK), 0);
+    // "a=" + value + "\n" fills the 1023 bytes of a line at most.
+    EXPECT_EQ(PutIniKeyString("one", "a", std::string(1021, 'x').c_str(), path_.c_str()), -1);
+    EXPECT_EQ(read_file(path_), kTwoSections);
+    EXPECT_EQ(PutIniKeyString("one", "a", std::string(1020, 'x').c_str(), path_.c_str()), 0);
+    EXPECT_EQ(get("one", "a"), std::string(1020, 'x'));
     const std::string section29(29, 't');
     write("[" + section29 + "]\nk=v\n");
     EXPECT_EQ(get(section29.c_str(), "k"), "v");
