@@ -7,6 +7,16 @@
 #include <string>
 #include <vector>
 
+// KU_TEST_ASAN: this build carries AddressSanitizer (GCC says
+// __SANITIZE_ADDRESS__, Clang __has_feature(address_sanitizer)).
+#if defined(__SANITIZE_ADDRESS__)
+#define KU_TEST_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KU_TEST_ASAN 1
+#endif
+#endif
+
 namespace ku_test {
 
 // The emulator command (program and options) that a cross-built test binary

@@ -23,6 +23,10 @@ ku_test::ProcessResult ku_on(const std::string &machine, const char *action)
     const std::string preload = std::string(ku_test::under_emulator() ? "QEMU_SET_ENV=" : "") +
                                 "LD_PRELOAD=" + KU_PLOCK_PRELOAD;
     options.env = {preload, "KU_PLOCK_STANDIN=" + machine};
+#ifdef KU_TEST_ASAN
+    // The preloaded stand-in comes before the sanitizer's runtime.
+    options.env.push_back("ASAN_OPTIONS=verify_asan_link_order=0");
+#endif
     return ku({"lock", action}, options);
 }
 

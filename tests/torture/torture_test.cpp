@@ -9,6 +9,7 @@
 // torture runs.
 #include "support/alloc_control.h"
 #include "support/capture.h"
+#include "support/emulator.h"
 #include "support/nginx_server.h"
 #include "support/open_fds.h"
 #include "support/private_namespaces.h"
@@ -50,15 +51,7 @@
 #include <string>
 #include <vector>
 
-// GCC says __SANITIZE_ADDRESS__, Clang __has_feature(address_sanitizer).
-#if defined(__SANITIZE_ADDRESS__)
-#define KU_TORTURE_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KU_TORTURE_ASAN 1
-#endif
-#endif
-#if defined(KU_TORTURE_ASAN)
+#if defined(KU_TEST_ASAN)
 #include <sanitizer/common_interface_defs.h>
 #include <sanitizer/lsan_interface.h>
 #define KU_TORTURE_LEAK_CHECK() (__lsan_do_recoverable_leak_check() != 0)
@@ -849,7 +842,7 @@ int main(int argc, char **argv)
     web();
     // Sanitizer reports of a round go where they are seen, not to its files.
     report_fd = fcntl(2, F_DUPFD_CLOEXEC, 10);
-#if defined(KU_TORTURE_ASAN)
+#if defined(KU_TEST_ASAN)
     __sanitizer_set_report_fd(reinterpret_cast<void *>(static_cast<intptr_t>(report_fd)));
 #endif
     signal(SIGALRM, watchdog);
