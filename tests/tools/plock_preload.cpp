@@ -45,6 +45,9 @@ extern "C" int access(const char *path, int mode)
     return real<int (*)(const char *, int)>("access")(path, mode);
 }
 
+// With 64-bit file offsets on a 32-bit target the headers name open's
+// definition open64, which is defined below.
+#ifndef __USE_FILE_OFFSET64
 extern "C" int open(const char *path, int flags, ...)
 {
     va_list args;
@@ -53,6 +56,7 @@ extern "C" int open(const char *path, int flags, ...)
     va_end(args);
     return fd;
 }
+#endif
 
 extern "C" int open64(const char *path, int flags, ...)
 {
