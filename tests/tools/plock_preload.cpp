@@ -4,6 +4,7 @@
 // "node" (a node without a driver) or "driver" (node and driver).
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/ioctl.h>
 
 #include <cstdarg>
 #include <cstdlib>
@@ -67,6 +68,14 @@ extern "C" int open64(const char *path, int flags, ...)
     return fd;
 }
 
+// With 64-bit time on a 32-bit target <sys/ioctl.h> names ioctl's
+// definition __ioctl_time64, which is what the library calls there.
+#ifdef __USE_TIME_BITS64
+constexpr const char *kIoctl = "__ioctl_time64";
+#else
+constexpr const char *kIoctl = "ioctl";
+#endif
+
 extern "C" int ioctl(int fd, unsigned long request, ...)
 {
     va_list args;
@@ -75,7 +84,7 @@ extern "C" int ioctl(int fd, unsigned long request, ...)
     va_end(args);
     if (ku_test::is_plock_descriptor(fd))
         return ku_test::plock_ioctl(fd, request, argument);
-    return real<int (*)(int, unsigned long, ...)>("ioctl")(fd, request, argument);
+    return real<int (*)(int, unsigned long, ...)>(kIoctl)(fd, request, argument);
 }
 
 extern "C" int system(const char *command)
