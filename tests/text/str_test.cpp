@@ -10,8 +10,7 @@
 #include "support/alloc_control.h"
 #include "support/fake_clock.h"
 
-// The neighbours of both letter ranges stay, bytes from 0x80 too; nothing
-// behind the terminator is touched (a walk that misses byte 0x01 stops early).
+// The neighbours of both letter ranges stay, bytes from 0x80 too; the terminator stops.
 TEST(CaseConversion, OnlyAsciiLettersChangeUpToTheTerminator)
 {
     EXPECT_EQ(strupr(nullptr), nullptr);
@@ -25,8 +24,7 @@ TEST(CaseConversion, OnlyAsciiLettersChangeUpToTheTerminator)
     EXPECT_EQ(lower, std::string("\x01`az{@az[\x80\xE1\xFF 9\0aA", 17));
 }
 
-// Only the blank counts, at both ends; the rest moves to the start and the
-// bytes behind the new terminator keep their values.
+// Only the blank counts, at both ends; the rest moves to the start.
 TEST(Trim, RemovesOuterBlanksOnly)
 {
     const std::pair<std::string, std::string> rows[] = {
@@ -41,7 +39,7 @@ TEST(Trim, RemovesOuterBlanksOnly)
     }
 }
 
-TEST(RandomText, IsTheClockInLowerCaseHexInA64ByteBlock)
+TEST(RandomText, IsTheClockInLowerCaseHexInA64ByteBlockOrNull)
 {
     const std::tuple<int64_t, long, const char *> rows[] = {
         {0, 0, "0"}, {0, 0x2a, "2a"}, {11806, 310474565, "abcdef12345"},
@@ -56,12 +54,9 @@ TEST(RandomText, IsTheClockInLowerCaseHexInA64ByteBlock)
         std::memset(token, 'x', 64);  // the whole block is the caller's (ASan checks)
         std::free(token);
     }
-}
-
-TEST(RandomText, FailedAllocationGivesNull)
-{
-    KU_REQUIRE_ALLOC_CONTROL();
-    ku_test::AllocControl alloc;
-    alloc.fail(ku_test::kAnyAlloc);
-    EXPECT_EQ(ku_string_random(), nullptr);
+    if (ku_test::AllocControl::effective()) {  // not under valgrind
+        ku_test::AllocControl alloc;
+        alloc.fail(ku_test::kAnyAlloc);
+        EXPECT_EQ(ku_string_random(), nullptr) << "without memory";
+    }
 }
