@@ -7,46 +7,33 @@
 
 namespace ku_test {
 
-CaptureFd::CaptureFd(int fd) : fd_(fd)
+CaptureFd::CaptureFd(int fd) : fd_(fd), saved_(dup(fd))
 {
-    fflush(stdout);
-    fflush(stderr);
+    fflush(nullptr);
     char path[] = "/tmp/ku-capture-XXXXXX";
     file_ = mkstemp(path);
     if (file_ < 0) {
         throw std::runtime_error("mkstemp failed");
     }
     unlink(path);
-    saved_ = dup(fd_);
     dup2(file_, fd_);
-}
-
-CaptureFd::~CaptureFd()
-{
-    finish();
 }
 
 std::string CaptureFd::finish()
 {
-    if (finished_) {
+    if (file_ < 0) {
         return text_;
     }
-    finished_ = true;
-    fflush(stdout);
-    fflush(stderr);
+    fflush(nullptr);
     dup2(saved_, fd_);
     close(saved_);
-    lseek(file_, 0, SEEK_SET);
     char chunk[4096];
-    ssize_t got;
-    while ((got = read(file_, chunk, sizeof chunk)) > 0) {
-        text_.append(chunk, static_cast<size_t>(got));
+    for (ssize_t got; (got = pread(file_, chunk, sizeof chunk, off_t(text_.size()))) > 0;) {
+        text_.append(chunk, size_t(got));
     }
     close(file_);
+    file_ = -1;
     return text_;
 }
-
-CaptureStderr::CaptureStderr() : CaptureFd(STDERR_FILENO) {}
-CaptureStdout::CaptureStdout() : CaptureFd(STDOUT_FILENO) {}
 
 }  // namespace ku_test

@@ -1,5 +1,5 @@
-// Redirects a file descriptor (stdout, stderr) into a temporary file for the
-// lifetime of the object, so a test can read exactly what the library wrote.
+// Redirects a descriptor (stdout, stderr) into an unlinked temporary file for
+// the lifetime of the object, so a test reads exactly what the library wrote.
 #pragma once
 
 #include <string>
@@ -9,28 +9,24 @@ namespace ku_test {
 class CaptureFd {
 public:
     explicit CaptureFd(int fd);
-    ~CaptureFd();
+    ~CaptureFd() { finish(); }
     CaptureFd(const CaptureFd &) = delete;
     CaptureFd &operator=(const CaptureFd &) = delete;
-
-    // Flushes stdio, restores the descriptor and returns everything written
-    // since construction. Further calls return the same text.
+    // Restores the descriptor and returns everything written since
+    // construction; later calls return the same text.
     std::string finish();
 
 private:
-    int fd_;
-    int saved_ = -1;
-    int file_ = -1;
-    bool finished_ = false;
+    int fd_, saved_, file_ = -1;
     std::string text_;
 };
 
 struct CaptureStderr : CaptureFd {
-    CaptureStderr();
+    CaptureStderr() : CaptureFd(2) {}
 };
 
 struct CaptureStdout : CaptureFd {
-    CaptureStdout();
+    CaptureStdout() : CaptureFd(1) {}
 };
 
 }  // namespace ku_test

@@ -15,14 +15,11 @@ namespace ku_test {
 // loopback interface up and returns true.
 bool enter_private_namespaces();
 
-// True inside the namespaces made by enter_private_namespaces().
-bool in_private_namespaces();
-
 // Why the namespaces are not available, for a skip message.
 std::string private_namespaces_missing_reason();
 
-// Binds `source` over the existing file `target`, visible to this process
-// only. Refused (false) outside the private namespaces.
+// Binds `source` over the existing file `target`, for this process only;
+// refused (false) outside the private namespaces.
 bool bind_over(const std::string &source, const std::string &target);
 
 }  // namespace ku_test

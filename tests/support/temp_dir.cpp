@@ -1,65 +1,49 @@
 #include "support/temp_dir.h"
 
-#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <unistd.h>
+
+namespace fs = std::filesystem;
 
 namespace ku_test {
 
-TempDir::TempDir()
+TempDir::TempDir() : path_((fs::temp_directory_path() / "ku-test-XXXXXX").string())
 {
-    std::string pattern = (std::filesystem::temp_directory_path() / "ku-test-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
+    if (mkdtemp(path_.data()) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
-    path_ = pattern;
 }
 
 TempDir::~TempDir()
 {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TempDir::file(const std::string &name) const
-{
-    return path_ + "/" + name;
+    fs::remove_all(path_, ignored);
 }
 
 std::string TempDir::write(const std::string &name, const std::string &content) const
 {
-    const std::string full = file(name);
-    std::ofstream out(full, std::ios::binary);
-    out << content;
-    return full;
+    std::ofstream(file(name), std::ios::binary) << content;
+    return file(name);
 }
 
 std::string read_file(const std::string &path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
 }
 
-ScopedChdir::ScopedChdir(const std::string &dir)
+ScopedChdir::ScopedChdir(const std::string &dir) : previous_(fs::current_path())
 {
-    char cwd[PATH_MAX];
-    if (getcwd(cwd, sizeof cwd) == nullptr || chdir(dir.c_str()) != 0) {
-        throw std::runtime_error("chdir failed");
-    }
-    previous_ = cwd;
+    fs::current_path(dir);
 }
 
 ScopedChdir::~ScopedChdir()
 {
-    if (chdir(previous_.c_str()) != 0) {
-        std::abort();
-    }
+    fs::current_path(previous_);
 }
 
 }  // namespace ku_test

@@ -14,8 +14,7 @@ public:
     TempDir &operator=(const TempDir &) = delete;
 
     const std::string &path() const { return path_; }
-    // path() + "/" + name
-    std::string file(const std::string &name) const;
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
     // Writes `content` to file(name) and returns the full path.
     std::string write(const std::string &name, const std::string &content) const;
 
@@ -26,7 +25,7 @@ private:
 // Whole file as a string; empty when it cannot be read.
 std::string read_file(const std::string &path);
 
-// Runs `body` with the working directory switched to `dir`, then switches back.
+// Switches the working directory to `dir` for the lifetime of the object.
 class ScopedChdir {
 public:
     explicit ScopedChdir(const std::string &dir);
