@@ -14,7 +14,6 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <link.h>
 #include <pthread.h>
 
 namespace {
@@ -27,11 +26,8 @@ struct Plan {
 };
 thread_local Plan plan;
 thread_local bool resolving = false;
-
-// The code ranges of only_callers_in, written while no plan is armed; -1:
-// every caller is in scope.
-std::pair<uintptr_t, uintptr_t> ranges[32];
-std::atomic<int> range_count{-1};
+// The objects of only_callers_in, set while no plan is armed; null: all.
+std::atomic<const std::vector<const char *> *> scope{nullptr};
 
 // dlsym may allocate while it looks the allocator up: from a static arena,
 // never freed.
@@ -50,18 +46,19 @@ void *(*real_calloc)(size_t, size_t);
 void *(*real_realloc)(void *, size_t);
 
 template <typename Fn>
-void find(Fn &slot, const char *name)
+Fn next(Fn &slot, const char *name)
 {
-    slot = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+    slot = slot != nullptr ? slot : reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+    return slot;
 }
 
 void resolve()
 {
     if (real_malloc == nullptr && !resolving) {
         resolving = true;
-        find(real_calloc, "calloc");
-        find(real_realloc, "realloc");
-        find(real_malloc, "malloc");
+        next(real_calloc, "calloc");
+        next(real_realloc, "realloc");
+        next(real_malloc, "malloc");
         resolving = false;
     }
 }
@@ -69,13 +66,12 @@ void resolve()
 // Counts the call and says whether the plan makes it fail.
 bool planned_failure(unsigned call, const void *caller)
 {
-    const int scope = range_count.load(std::memory_order_acquire);
-    const auto address = reinterpret_cast<uintptr_t>(caller);
-    bool in_scope = scope < 0;
-    for (int i = 0; i < scope; i++) {
-        in_scope = in_scope || (address >= ranges[i].first && address < ranges[i].second);
-    }
-    if (!in_scope) {
+    const std::vector<const char *> *objects = scope.load();
+    Dl_info info;
+    if (objects != nullptr &&
+        (dladdr(caller, &info) == 0 || info.dli_fname == nullptr ||
+         std::none_of(objects->begin(), objects->end(),
+                      [&info](const char *object) { return strstr(info.dli_fname, object); }))) {
         return false;
     }
     plan.counts[__builtin_ctz(call)]++;
@@ -93,39 +89,27 @@ bool planned_failure(unsigned call, const void *caller)
 
 }  // namespace
 
-// Every wrapper: count, fail when planned, else forward to the next definition.
-#define KU_FAIL_OR(kind, error, result)                                  \
-    resolve();                                                           \
-    if (planned_failure(ku_test::kind, __builtin_return_address(0))) {   \
-        errno = error;                                                   \
-        return result;                                                   \
+// Every wrapper counts the call, fails it when planned, else forwards it.
+#define KU_FAIL_OR(kind, error, result)                                \
+    resolve();                                                         \
+    if (planned_failure(ku_test::kind, __builtin_return_address(0))) { \
+        errno = error;                                                 \
+        return result;                                                 \
     }
-#define KU_WRAP(kind, error, result, type, name, params, ...) \
-    extern "C" type name params                               \
-    {                                                         \
-        static type(*real) params = nullptr;                  \
-        KU_FAIL_OR(kind, error, result)                       \
-        if (real == nullptr) {                                \
-            find(real, #name);                                \
-        }                                                     \
-        return real(__VA_ARGS__);                             \
+#define KU_WRAP(kind, error, result, type, name, params, prologue, ...) \
+    extern "C" type name params                                         \
+    {                                                                   \
+        static type(*real) params = nullptr;                            \
+        prologue KU_FAIL_OR(kind, error, result)                        \
+        return next(real, #name)(__VA_ARGS__);                          \
     }
 // open and open64 pass a mode on only when the flags say there is one.
-#define KU_WRAP_OPEN(name)                                                          \
-    extern "C" int name(const char *path, int flags, ...)                           \
-    {                                                                               \
-        va_list args;                                                               \
-        va_start(args, flags);                                                      \
-        const bool moded = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; \
-        const int mode = moded ? va_arg(args, int) : 0;                             \
-        va_end(args);                                                               \
-        static int (*real)(const char *, int, ...) = nullptr;                       \
-        KU_FAIL_OR(kOpen, EMFILE, -1)                                               \
-        if (real == nullptr) {                                                      \
-            find(real, #name);                                                      \
-        }                                                                           \
-        return real(path, flags, mode);                                             \
-    }
+#define KU_OPEN_MODE                                                    \
+    va_list args;                                                       \
+    va_start(args, flags);                                              \
+    const bool moded = (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE; \
+    const int mode = moded ? va_arg(args, int) : 0;                     \
+    va_end(args);
 
 extern "C" void *malloc(size_t size)
 {
@@ -145,22 +129,20 @@ extern "C" void *calloc(size_t count, size_t size)
     return real_calloc(count, size);
 }
 
-extern "C" void *realloc(void *block, size_t size)
-{
-    KU_FAIL_OR(kRealloc, ENOMEM, nullptr)
-    return real_realloc(block, size);
-}
-
-KU_WRAP(kStrdup, ENOMEM, nullptr, char *, strdup, (const char *text), text)
-KU_WRAP(kFopen, EMFILE, nullptr, FILE *, fopen, (const char *path, const char *mode), path, mode)
-KU_WRAP(kFopen, EMFILE, nullptr, FILE *, fopen64, (const char *path, const char *mode), path, mode)
-KU_WRAP(kSocket, EMFILE, -1, int, socket, (int domain, int type, int protocol), domain, type,
+KU_WRAP(kRealloc, ENOMEM, nullptr, void *, realloc, (void *block, size_t size), , block, size)
+KU_WRAP(kStrdup, ENOMEM, nullptr, char *, strdup, (const char *text), , text)
+KU_WRAP(kFopen, EMFILE, nullptr, FILE *, fopen, (const char *path, const char *mode), , path, mode)
+KU_WRAP(kFopen, EMFILE, nullptr, FILE *, fopen64, (const char *path, const char *mode), , path,
+        mode)
+KU_WRAP(kOpen, EMFILE, -1, int, open, (const char *path, int flags, ...), KU_OPEN_MODE, path, flags,
+        mode)
+KU_WRAP(kOpen, EMFILE, -1, int, open64, (const char *path, int flags, ...), KU_OPEN_MODE, path,
+        flags, mode)
+KU_WRAP(kSocket, EMFILE, -1, int, socket, (int domain, int type, int protocol), , domain, type,
         protocol)
 KU_WRAP(kThread, EAGAIN, EAGAIN, int, pthread_create,
-        (pthread_t * thread, const pthread_attr_t *attr, void *(*start)(void *), void *arg),
+        (pthread_t * thread, const pthread_attr_t *attr, void *(*start)(void *), void *arg), ,
         thread, attr, start, arg)
-KU_WRAP_OPEN(open)
-KU_WRAP_OPEN(open64)
 
 namespace ku_test {
 
@@ -199,26 +181,10 @@ void AllocControl::reset()
 
 void AllocControl::only_callers_in(const std::vector<const char *> &objects)
 {
-    range_count.store(-1, std::memory_order_release);
-    static const std::vector<const char *> *wanted;
-    static int found;
-    wanted = &objects;
-    found = 0;
-    auto add_code_of = [](dl_phdr_info *info, size_t, void *) {
-        const char *name = info->dlpi_name != nullptr ? info->dlpi_name : "";
-        for (int i = 0; i < info->dlpi_phnum && found < 32; i++) {
-            const ElfW(Phdr) &segment = info->dlpi_phdr[i];
-            const uintptr_t begin = info->dlpi_addr + segment.p_vaddr;
-            if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0 &&
-                std::any_of(wanted->begin(), wanted->end(),
-                            [name](const char *object) { return strstr(name, object); })) {
-                ranges[found++] = {begin, begin + segment.p_memsz};
-            }
-        }
-        return 0;
-    };
-    dl_iterate_phdr(add_code_of, nullptr);
-    range_count.store(objects.empty() ? -1 : found, std::memory_order_release);
+    static std::vector<const char *> kept;
+    scope = nullptr;
+    kept = objects;
+    scope = objects.empty() ? nullptr : &kept;
 }
 
 bool AllocControl::effective()
@@ -227,13 +193,13 @@ bool AllocControl::effective()
     // valgrind the call never reaches our wrapper.
     static const bool works = [] {
         const Plan saved = plan;
-        const int scope = range_count.exchange(-1);
+        const auto *objects = scope.exchange(nullptr);
         plan = {kMalloc, 0, 1};
         void *(*volatile call)(size_t) = &malloc;
         void *probe = call(1);
         free(probe);
         plan = saved;
-        range_count.store(scope);
+        scope = objects;
         return probe == nullptr;
     }();
     return works;

@@ -3,6 +3,7 @@
 // emulator instead of the device's kernel; tests skip such cases by name.
 #pragma once
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,19 @@
 namespace ku_test {
 
 // The emulator command (program and options) to put in front of this binary
-// when it starts itself again; empty for a native build.
-std::vector<std::string> emulator_command();
+// when it starts itself again; empty for a native build. The build passes
+// its words joined by '|'.
+inline std::vector<std::string> emulator_command()
+{
+    std::vector<std::string> words;
+#ifdef KU_TEST_EMULATOR
+    std::istringstream joined(KU_TEST_EMULATOR);
+    for (std::string word; std::getline(joined, word, '|');) {
+        words.push_back(word);
+    }
+#endif
+    return words;
+}
 
 inline bool under_emulator()
 {

@@ -7,11 +7,9 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <vector>
 
 namespace ku_test {
 namespace {
@@ -21,14 +19,12 @@ constexpr const char *kMarker = "KU_TEST_PRIVATE_NS";
 
 bool inside()
 {
-    const char *marker = std::getenv(kMarker);
-    return marker != nullptr && std::strcmp(marker, "1") == 0;
+    return std::getenv(kMarker) != nullptr && std::strcmp(std::getenv(kMarker), "1") == 0;
 }
 
 bool refuse(const char *reason)
 {
-    setenv(kMarker, reason, 1);
-    return false;
+    return setenv(kMarker, reason, 1) != 0;
 }
 
 bool loopback_up()
@@ -47,9 +43,8 @@ bool loopback_up()
 
 std::string private_namespaces_missing_reason()
 {
-    const char *marker = std::getenv(kMarker);
-    return marker != nullptr && !inside()
-               ? marker
+    return std::getenv(kMarker) != nullptr && !inside()
+               ? std::getenv(kMarker)
                : "not running inside private mount and network namespaces";
 }
 
@@ -62,8 +57,7 @@ bool enter_private_namespaces()
     if (std::system("unshare -m -n --propagation private true >/dev/null 2>&1") != 0) {
         return refuse("unshare -m -n is not permitted here (needs root or user namespaces)");
     }
-    // A cross-built test runs under a user-mode emulator that the kernel
-    // does not know about: the new process must start through it again.
+    // A cross-built test must start through its emulator again.
     std::vector<std::string> arguments = {"unshare", "-m", "-n", "--propagation", "private", "--"};
     for (const std::string &word : emulator_command()) {
         arguments.push_back(word);
