@@ -39,9 +39,7 @@ headers)  # INCLUDE GENERATED CC CXX "CFLAGS": each header alone is valid C11 an
     name=$(echo "$header" | sed "s|^$1/||;s|^$2/||")
     printf '#include "%s"\nint ku_header_probe;\n' "$name" > "$work/p.c"
     cp "$work/p.c" "$work/p.cpp"
-    # shellcheck disable=SC2086 # CFLAGS is a list of words
     "$3" -std=c11 -Wall -Wextra -Werror -pedantic $5 -c "$work/p.c" -o "$work/p.o"
-    # shellcheck disable=SC2086
     "$4" -std=c++20 -Wall -Wextra -Werror -pedantic $5 -c "$work/p.cpp" -o "$work/p.o"
   done
   cat > "$work/version.c" <<'PROBE'
@@ -54,7 +52,6 @@ headers)  # INCLUDE GENERATED CC CXX "CFLAGS": each header alone is valid C11 an
 #endif
 int ku_header_probe;
 PROBE
-  # shellcheck disable=SC2086
   "$3" -std=c11 $5 -c "$work/version.c" -o "$work/p.o"
   # Where CFLAGS widen time_t, a program built without them must stop.
   case " $5 " in *" -D_TIME_BITS=64 "*)
@@ -65,7 +62,6 @@ PROBE
 link_alone)  # SOURCE LIBDIR CC "CFLAGS" [EMULATOR...]: a bare -lku reaches every function
   source=$1 libdir=$2 cc=$3 cflags=$4
   shift 4
-  # shellcheck disable=SC2086
   "$cc" -std=c11 -Wall -Wextra -Werror $cflags "$source" -o "$work/program" -L"$libdir" \
     -Wl,-rpath-link,"$libdir" -lku
   export LD_LIBRARY_PATH="$libdir"
@@ -88,11 +84,10 @@ install)  # BUILD CONSUMER: C and C++ consumers of the installed copy only
   for program in consumer.c consumer.cpp resample_consumer.c; do
     compiler="cc -std=c11"
     [ "$program" != consumer.cpp ] || compiler="c++ -std=c++20"
-    # shellcheck disable=SC2046,SC2086 # the flags are lists of words
+    # the flags are lists of words: unquoted
     $compiler -Wall -Werror "$2/$program" -o "$work/shared" $(pkg-config --cflags --libs ku)
     run "$work/shared"
     [ "$program" = consumer.cpp ] && continue
-    # shellcheck disable=SC2046
     cc -std=c11 -Wall -Werror "$2/$program" -o "$work/static" $(pkg-config --cflags ku) -Wl,-Bstatic -lku \
       -Wl,-Bdynamic $(pkg-config --static --libs ku | sed "s/-lku //")
     run "$work/static"
