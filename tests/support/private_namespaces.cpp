@@ -2,8 +2,6 @@
 
 #include "support/emulator.h"
 
-#include <net/if.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -27,18 +25,6 @@ bool refuse(const char *reason)
     return setenv(kMarker, reason, 1) != 0;
 }
 
-bool loopback_up()
-{
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ifreq request{};
-    std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-    bool up = fd >= 0 && ioctl(fd, SIOCGIFFLAGS, &request) == 0;
-    request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
-    up = up && ioctl(fd, SIOCSIFFLAGS, &request) == 0;
-    close(fd);
-    return up;
-}
-
 }  // namespace
 
 std::string private_namespaces_missing_reason()
@@ -51,7 +37,7 @@ std::string private_namespaces_missing_reason()
 bool enter_private_namespaces()
 {
     if (std::getenv(kMarker) != nullptr) {
-        return inside() && (loopback_up() ||
+        return inside() && (std::system("ip link set lo up") == 0 ||
                             refuse("cannot bring the loopback interface up in the namespace"));
     }
     if (std::system("unshare -m -n --propagation private true >/dev/null 2>&1") != 0) {
