@@ -88,12 +88,12 @@ install)  # BUILD CONSUMER: C and C++ consumers of the installed copy only
     $compiler -Wall -Werror "$2/$program" -o "$work/shared" $(pkg-config --cflags --libs ku)
     run "$work/shared"
     [ "$program" = consumer.cpp ] && continue
-    cc -std=c11 -Wall -Werror "$2/$program" -o "$work/static" $(pkg-config --cflags ku) -Wl,-Bstatic -lku \
-      -Wl,-Bdynamic $(pkg-config --static --libs ku | sed "s/-lku //")
+    cc -std=c11 -Wall -Werror "$2/$program" -o "$work/static" $(pkg-config --cflags ku) \
+      -Wl,-Bstatic -lku -Wl,-Bdynamic $(pkg-config --static --libs ku | sed "s/-lku //")
     run "$work/static"
   done
-  cmake -S "$2" -B "$work/cm" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" > "$work/log" 2>&1 &&
-    cmake --build "$work/cm" >> "$work/log" 2>&1 || { cat "$work/log" >&2; fail "find_package(ku)"; }
+  { cmake -S "$2" -B "$work/cm" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" &&
+    cmake --build "$work/cm"; } > "$work/log" 2>&1 || { cat "$work/log" >&2; fail "find_package"; }
   for program in consumer_c consumer_cpp resample_consumer_c; do
     run "$work/cm/$program"
     run "$work/cm/${program}_static"

@@ -17,11 +17,13 @@ static void *libresample;
 #define DIRECT(name) ((__typeof__(&name))dlsym(libresample, #name))
 /* The same call through libku and directly gives the same result. */
 #define SAME(name, ...) (name(__VA_ARGS__) == DIRECT(name)(__VA_ARGS__))
+#define SRC_UP(src, out, time) src(input, out, 2.0, time, 150, wing, 0.9f, impulse, step, 1)
+#define SRC_UD(src, out, time) src(input, out, .5, time, 2048., 100, wing, .45f, impulse, step, 1)
 
 int main(void)
 {
     double our_time = 30.0, their_time = 30.0;
-    int our_used = 0, their_used = 0, i, ok;
+    int our_used = 0, their_used = 0, i, ok, written;
     void *handle, *copy;
     libresample = dlopen("libresample.so.1", RTLD_NOW);
     if (libresample == NULL) {
@@ -40,20 +42,21 @@ int main(void)
     ok = ok && SAME(lrsFilterUp, impulse, step, wing, 1, &input[100], 0.3, 1) &&
          SAME(lrsFilterUp, impulse, step, wing, 0, &input[100], 0.3, -1) &&
          SAME(lrsFilterUD, impulse, step, wing, 1, &input[100], 0.3, 1, 2048.0);
-    ok = ok && lrsSrcUp(input, ours, 2.0, &our_time, 150, wing, 0.9f, impulse, step, 1) > 250 &&
-         lrsSrcUD(input, ours + 512, 0.5, &our_time, 2048.0, 100, wing, 0.45f, impulse, step, 1) > 40;
-    DIRECT(lrsSrcUp)(input, theirs, 2.0, &their_time, 150, wing, 0.9f, impulse, step, 1);
-    DIRECT(lrsSrcUD)(input, theirs + 512, 0.5, &their_time, 2048.0, 100, wing, 0.45f, impulse, step, 1);
+    ok = ok && SRC_UP(lrsSrcUp, ours, &our_time) > 250 &&
+         SRC_UD(lrsSrcUD, ours + 512, &our_time) > 40;
+    SRC_UP(DIRECT(lrsSrcUp), theirs, &their_time);
+    SRC_UD(DIRECT(lrsSrcUD), theirs + 512, &their_time);
     ok = ok && our_time == their_time && !memcmp(ours, theirs, sizeof ours);
     /* The copy, fed through libresample directly, converts exactly like the
      * original fed through libku. */
     handle = resample_open(1, 0.5, 2.0);
     copy = resample_dup(handle);
+    written = resample_process(handle, 2.0, input, samples, 1, &our_used, ours, room);
     ok = ok && handle && copy && resample_get_filter_width(handle) > 0 &&
-         SAME(resample_get_filter_width, copy) &&
-         resample_process(handle, 2.0, input, samples, 1, &our_used, ours, room) > samples &&
-         DIRECT(resample_process)(copy, 2.0, input, samples, 1, &their_used, theirs, room) > samples &&
-         our_used == samples && their_used == samples && !memcmp(ours, theirs, sizeof ours);
+         SAME(resample_get_filter_width, copy) && written > samples && our_used == samples &&
+         written == DIRECT(resample_process)(copy, 2.0, input, samples, 1, &their_used, theirs,
+                                             room) &&
+         their_used == samples && !memcmp(ours, theirs, sizeof ours);
     resample_close(handle);
     DIRECT(resample_close)(copy);
     if (!ok) {
