@@ -3,7 +3,8 @@
 # (mipsel), checks them with lintian, and tries them as a user would:
 #   - the packages of this machine are unpacked into a scratch root, and a C
 #     program is built against that root only, once through pkg-config and
-#     once through find_package(ku) in a parent and in a subdirectory, and run;
+#     once through find_package(ku) in a parent and in a subdirectory (the
+#     consumers of tests/package/consumer), and run;
 #   - the installed ku starts from the scratch root and its manual page renders;
 #   - the mipsel ku starts from its own scratch root under qemu-mipsel.
 #
@@ -68,11 +69,12 @@ for arch in "${arches[@]}"; do
     [[ $loaded == *"$libdir/libku.so.1"* ]] ||
       { echo "FAIL: c_pc does not load the unpacked libku: $loaded" >&2; exit 1; }
 
-    cmake -S tests/package/deb_consumer -B "$work/cm" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/usr" \
+    cmake -S tests/package/consumer -B "$work/cm" -G Ninja -DCMAKE_PREFIX_PATH="$scratch/usr" \
       > "$work/cm.log" 2>&1 || { cat "$work/cm.log" >&2; exit 1; }
     cmake --build "$work/cm" > "$work/cm-build.log" 2>&1 || { cat "$work/cm-build.log" >&2; exit 1; }
-    check_run "$work/cm/consumer_parent"
-    check_run "$work/cm/sub/consumer_sub"
+    for program in consumer_c consumer_c_static resample_consumer_c again/consumer_again; do
+      check_run "$work/cm/$program"
+    done
 
     "$scratch/usr/bin/ku" --version
     [[ $(echo hello | "$scratch/usr/bin/ku" b64 encode) == aGVsbG8K ]]

@@ -1,36 +1,58 @@
-// Redirects a file descriptor (stdout, stderr) into a temporary file for the
-// lifetime of the object, so a test can read exactly what the library wrote.
+// Redirects a descriptor (stdout, stderr) into an unlinked temporary file for
+// the lifetime of the object, so a test reads exactly what the library wrote.
 #pragma once
 
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace ku_test {
 
 class CaptureFd {
 public:
-    explicit CaptureFd(int fd);
-    ~CaptureFd();
+    explicit CaptureFd(int fd) : fd_(fd), saved_(dup(fd))
+    {
+        fflush(nullptr);
+        char path[] = "/tmp/ku-capture-XXXXXX";
+        file_ = mkstemp(path);
+        unlink(path);
+        dup2(file_, fd_);
+    }
+    ~CaptureFd() { finish(); }
     CaptureFd(const CaptureFd &) = delete;
     CaptureFd &operator=(const CaptureFd &) = delete;
 
-    // Flushes stdio, restores the descriptor and returns everything written
-    // since construction. Further calls return the same text.
-    std::string finish();
+    // Restores the descriptor and returns everything written since
+    // construction; later calls return the same text.
+    std::string finish()
+    {
+        if (file_ >= 0) {
+            fflush(nullptr);
+            dup2(saved_, fd_);
+            close(saved_);
+            char chunk[4096];
+            for (ssize_t got; (got = pread(file_, chunk, sizeof chunk, off_t(text_.size()))) > 0;) {
+                text_.append(chunk, size_t(got));
+            }
+            close(file_);
+            file_ = -1;
+        }
+        return text_;
+    }
 
 private:
-    int fd_;
-    int saved_ = -1;
-    int file_ = -1;
-    bool finished_ = false;
+    int fd_, saved_, file_;
     std::string text_;
 };
 
 struct CaptureStderr : CaptureFd {
-    CaptureStderr();
+    CaptureStderr() : CaptureFd(2) {}
 };
 
 struct CaptureStdout : CaptureFd {
-    CaptureStdout();
+    CaptureStdout() : CaptureFd(1) {}
 };
 
 }  // namespace ku_test

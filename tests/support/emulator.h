@@ -1,14 +1,13 @@
-// Facts about how this test binary runs. A cross-built test (the mipsel
-// target suite) runs under qemu-user: the kernel cannot start the binary by
-// itself, and a few answers come from the emulator instead of the device's
-// kernel. Tests that meet such a difference skip with a reason that names it.
+// How this test binary runs. A cross-built test runs under qemu-user: the
+// kernel cannot start the binary by itself, and a few answers come from the
+// emulator instead of the device's kernel; tests skip such cases by name.
 #pragma once
 
+#include <sstream>
 #include <string>
 #include <vector>
 
-// KU_TEST_ASAN: this build carries AddressSanitizer (GCC says
-// __SANITIZE_ADDRESS__, Clang __has_feature(address_sanitizer)).
+// KU_TEST_ASAN: this build carries AddressSanitizer.
 #if defined(__SANITIZE_ADDRESS__)
 #define KU_TEST_ASAN 1
 #elif defined(__has_feature)
@@ -19,12 +18,24 @@
 
 namespace ku_test {
 
-// The emulator command (program and options) that a cross-built test binary
-// runs under, to put in front of the binary when it starts itself again;
-// empty for a native build.
-std::vector<std::string> emulator_command();
+// The emulator command (program and options) to put in front of this binary
+// when it starts itself again; empty for a native build. The build passes
+// its words joined by '|'.
+inline std::vector<std::string> emulator_command()
+{
+    std::vector<std::string> words;
+#ifdef KU_TEST_EMULATOR
+    std::istringstream joined(KU_TEST_EMULATOR);
+    for (std::string word; std::getline(joined, word, '|');) {
+        words.push_back(word);
+    }
+#endif
+    return words;
+}
 
-// True when the binary runs under a user-mode emulator.
-bool under_emulator();
+inline bool under_emulator()
+{
+    return !emulator_command().empty();
+}
 
 }  // namespace ku_test

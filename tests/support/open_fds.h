@@ -2,9 +2,15 @@
 // failing call left none behind.
 #pragma once
 
+#include <filesystem>
+#include <iterator>
+
 namespace ku_test {
 
-// Entries of /proc/self/fd, without the one used to read the directory.
-int open_fd_count();
+// Entries of /proc/self/fd, without the one that reads the directory.
+inline int open_fd_count()
+{
+    return int(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) - 1;
+}
 
 }  // namespace ku_test

@@ -1,7 +1,7 @@
 // Private mount and network namespaces for tests that must change a fixed
 // system path (bind a test CA bundle over the machine's one) or must be sure
-// that no lookup leaves the machine. The test binary re-executes itself under
-// "unshare -m -n --propagation private"; inside, only a loopback interface
+// that no lookup leaves the machine: the test binary re-executes itself under
+// "unshare -m -n --propagation private", where only a loopback interface
 // exists and mounts vanish with the process.
 #pragma once
 
@@ -9,20 +9,13 @@
 
 namespace ku_test {
 
-// Call from a static initialiser of the test executable. Outside the
-// namespaces it re-executes the binary inside them when this machine allows
-// it (root, unshare present) and else returns false; inside it brings the
-// loopback interface up and returns true.
+// Call from a static initialiser of the test executable: outside, re-executes
+// the binary inside the namespaces when the machine allows it (else false);
+// inside, brings the loopback interface up and returns true.
 bool enter_private_namespaces();
-
-// True inside the namespaces made by enter_private_namespaces().
-bool in_private_namespaces();
-
 // Why the namespaces are not available, for a skip message.
 std::string private_namespaces_missing_reason();
-
-// Binds `source` over the existing file `target`, visible to this process
-// only. Refused (false) outside the private namespaces.
+// Binds `source` over the file `target` for this process; false outside.
 bool bind_over(const std::string &source, const std::string &target);
 
 }  // namespace ku_test

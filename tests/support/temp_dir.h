@@ -2,38 +2,57 @@
 // the test. Tests that create files or run shell commands work only in here.
 #pragma once
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 
 namespace ku_test {
 
 class TempDir {
 public:
-    TempDir();
-    ~TempDir();
+    TempDir() : path_((std::filesystem::temp_directory_path() / "ku-test-XXXXXX").string())
+    {
+        if (mkdtemp(path_.data()) == nullptr) {
+            throw std::runtime_error("mkdtemp failed");
+        }
+    }
+    ~TempDir() { std::filesystem::remove_all(path_, ignored_); }
     TempDir(const TempDir &) = delete;
     TempDir &operator=(const TempDir &) = delete;
 
     const std::string &path() const { return path_; }
-    // path() + "/" + name
-    std::string file(const std::string &name) const;
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
     // Writes `content` to file(name) and returns the full path.
-    std::string write(const std::string &name, const std::string &content) const;
+    std::string write(const std::string &name, const std::string &content) const
+    {
+        std::ofstream(file(name), std::ios::binary) << content;
+        return file(name);
+    }
 
 private:
     std::string path_;
+    std::error_code ignored_;
 };
 
 // Whole file as a string; empty when it cannot be read.
-std::string read_file(const std::string &path);
+inline std::string read_file(const std::string &path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
 
-// Runs `body` with the working directory switched to `dir`, then switches back.
+// Switches the working directory to `dir` for the lifetime of the object.
 class ScopedChdir {
 public:
-    explicit ScopedChdir(const std::string &dir);
-    ~ScopedChdir();
+    explicit ScopedChdir(const std::string &dir) { std::filesystem::current_path(dir); }
+    ~ScopedChdir() { std::filesystem::current_path(previous_); }
 
 private:
-    std::string previous_;
+    std::filesystem::path previous_ = std::filesystem::current_path();
 };
 
 }  // namespace ku_test
