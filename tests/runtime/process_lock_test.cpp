@@ -12,7 +12,7 @@ using Calls = std::vector<std::string>;
 // case walks from a machine without the node to an open device.
 TEST(ProcessLock, OpensReadOnlyOnceAfterMakingTheNodeAndPassesAnswersOn)
 {
-    const std::string access = "access", mknod = "mknod /dev/plock c 210 0", open = "open 0";
+    const std::string access = "access 4", mknod = "mknod /dev/plock c 210 0", open = "open 0";
     ku_test::PlockDevice &device = ku_test::plock_device();
     device.mknod_works = false;
     device.answer = 5;

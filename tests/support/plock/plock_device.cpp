@@ -19,7 +19,7 @@ struct PlockDevice {
     bool mknod_works = true;         // "mknod /dev/plock c 210 0" makes it
     bool driver = true;              // an existing node can be opened
     int answer = 0;                  // what every ioctl gives
-    std::vector<std::string> calls;  // "access", "open <flags>", "ioctl <cmd> <arg>", commands
+    std::vector<std::string> calls;  // "access <mode>", "open <flags>", "ioctl <cmd> <arg>", system
     int fd = -1;                     // the descriptor open gave
 };
 
@@ -41,7 +41,7 @@ extern "C" int access(const char *path, int mode)
 {
     if (std::strcmp(path, "/dev/plock") != 0)
         return faccessat(AT_FDCWD, path, mode, 0);
-    ku_test::plock_device().calls.emplace_back("access");
+    ku_test::plock_device().calls.push_back("access " + std::to_string(mode));
     errno = ENOENT;
     return ku_test::plock_device().node ? 0 : -1;
 }
