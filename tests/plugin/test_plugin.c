@@ -1,47 +1,26 @@
-/* One source for every test plug-in; the build picks the flaw with a macro:
- *   PLUGIN_NAME="..."  what ku_module_name gives (unless NO_NAME_SYMBOL)
- *   NO_NAME_SYMBOL     ku_module_name is not defined at all
- *   NULL_NAME          ku_module_name gives null
- *   NO_OPS_SYMBOL      ku_module_ops is not defined at all
- *   NULL_OPS           ku_module_ops gives null */
-#include "plugin/test_plugin_ops.h"
-
-#define EXPORT __attribute__((visibility("default")))
-
-static int add(int a, int b)
+/* A test plug-in that calls itself PLUGIN_NAME; a macro FLAW_<name> gives
+ * it a flaw: wrong answers "other", nullname and nullops give null, noname
+ * and noops lack ku_module_name or ku_module_ops. */
+#ifndef FLAW_noname
+const char *ku_module_name(void)
 {
-    return a + b;
-}
-
-static const struct test_plugin_ops ops = {add, PLUGIN_NAME " ops"};
-
-#ifndef NO_NAME_SYMBOL
-EXPORT const char *ku_module_name(void);
-EXPORT const char *ku_module_name(void)
-{
-#ifdef NULL_NAME
+#if defined(FLAW_nullname)
     return 0;
+#elif defined(FLAW_wrong)
+    return "other";
 #else
     return PLUGIN_NAME;
 #endif
 }
 #endif
 
-#ifndef NO_OPS_SYMBOL
-EXPORT const void *ku_module_ops(void);
-EXPORT const void *ku_module_ops(void)
+#ifndef FLAW_noops
+const void *ku_module_ops(void)
 {
-#ifdef NULL_OPS
+#ifdef FLAW_nullops
     return 0;
 #else
-    return &ops;
+    return PLUGIN_NAME " ops";
 #endif
 }
 #endif
-
-/* Keeps the table referenced when no ku_module_ops is built. */
-EXPORT const struct test_plugin_ops *test_plugin_table(void);
-EXPORT const struct test_plugin_ops *test_plugin_table(void)
-{
-    return &ops;
-}

@@ -3,25 +3,26 @@
 // library included; while no FakeClock is alive both read the real clocks.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-#include <ctime>
 
 namespace ku_test {
 
-class FakeClock {
-public:
-    FakeClock();
-    ~FakeClock();
-    FakeClock(const FakeClock &) = delete;
-    FakeClock &operator=(const FakeClock &) = delete;
+inline std::atomic<bool> fake_active{false};
+inline std::atomic<int64_t> fake_monotonic_sec{0}, fake_utc{0};
+inline std::atomic<long> fake_monotonic_nsec{0};
 
-    // What clock_gettime(CLOCK_MONOTONIC) reports from now on. Seconds that
-    // time_t cannot hold (past 2^31 - 1 on a 32-bit machine) fail the test.
-    void set_monotonic(int64_t seconds, long nanoseconds);
-    // Shorthand: the monotonic clock at exactly `ms` milliseconds.
-    void set_ms(int64_t ms);
-    // What time() reports from now on; the same limit applies.
-    void set_utc(int64_t seconds);
+struct FakeClock {
+    FakeClock();
+    ~FakeClock() { fake_active.store(false); }
+    // What clock_gettime(CLOCK_MONOTONIC) and time() report from now on.
+    void set_monotonic(int64_t seconds, long nanoseconds)
+    {
+        fake_monotonic_sec.store(seconds);
+        fake_monotonic_nsec.store(nanoseconds);
+    }
+    void set_ms(int64_t ms) { set_monotonic(ms / 1000, static_cast<long>(ms % 1000) * 1000000); }
+    void set_utc(int64_t seconds) { fake_utc.store(seconds); }
 };
 
 }  // namespace ku_test
