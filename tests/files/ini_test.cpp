@@ -1,6 +1,5 @@
-// INI files: the reader's rules (no section end, whole-key match, comments),
-// the writer's limits, and the promise that a copy which failed to reach the
-// disk whole never replaces the original.
+// INI files: the reader's rules (no section end, whole-key match, comments), the writer's
+// limits, and a copy that failed to reach the disk whole never replacing the original.
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
@@ -13,12 +12,9 @@
 #include "support/capture.h"
 #include "support/temp_dir.h"
 
-using ku_test::read_file;
+static const std::string kTwo = "[one]\na=1\n[two]\nb=2\n", kNull = "<null>";
 
 namespace {
-
-constexpr const char *kTwo = "[one]\na=1\n[two]\nb=2\n";
-const std::string kNull = "<null>";
 
 struct Ini : ::testing::Test {
     std::string get(const std::string &section, const char *key)
@@ -26,13 +22,13 @@ struct Ini : ::testing::Test {
         const char *value = GetIniKeyString(section.c_str(), key, path.c_str());
         return value == nullptr ? kNull : value;
     }
-    // The file as it stands after a write, which must have left no copy behind.
+    // The file after a write, which leaves no copy behind (nor a link in its place).
     std::string content()
     {
         struct stat info {};
         EXPECT_NE(access((path + ".tmp").c_str(), F_OK), 0);
         const bool file = lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
-        return file ? read_file(path) : "<no file>";
+        return file ? ku_test::read_file(path) : "<no file>";
     }
     ku_test::TempDir dir;
     std::string path = dir.file("config.ini");
@@ -40,27 +36,26 @@ struct Ini : ::testing::Test {
 
 }  // namespace
 
-// Header look-alikes and comments stand before and after the header; the
-// section [t] has no key lines of its own, the end of [s] is the file's.
+// Header look-alikes before the header, comments behind it; [t] has no key
+// lines of its own, and [s] ends only with the file.
 TEST_F(Ini, ReadsTheFirstMatchingKeyLineBehindTheHeader)
 {
-    dir.write("config.ini", "k=0\n[s]x\nk=1\n[sx]\nk=2\n[s]\r\nk=3\n [s]\nk=4\n[s\nk=5\n[s]\nk=first\n"
-                            "k=second\nab=short\nabc=long\nk =spaced key\nsp= a = b \n#c=1\n//d=2\n"
-                            "/e=single\nempty=\ncr=v\r\n[t]\nn=-12\nnum=42abc\ntail=end");
-    const std::pair<const char *, std::string> in_s[] = {
-        {"k", "first"}, {"ab", "short"}, {"abc", "long"}, {"a", kNull}, {"k ", "spaced key"},
-        {"sp", " a = b "}, {"#c", kNull}, {"//d", kNull}, {"/e", "single"}, {"empty", ""},
-        {"cr", "v\r"}, {"tail", "end"},
+    dir.write("config.ini", "k=0\n[s]x\nk=1\n[sx]\nk=2\n[s]\r\nk=3\n [s]\nk=4\n[s\nk=5\n"
+                            "[s]\nk=first\nk=2nd\nab=short\nabc=long\nk =spaced key\nsp= a = b \n"
+                            "#c=1\n//d=2\n/e=single\nnil=\ncr=v\r\n[t]\nn=-12\nnum=42x\ntail=end");
+    const std::tuple<const char *, const char *, std::string> rows[] = {
+        {"s", "k", "first"}, {"s", "ab", "short"}, {"s", "abc", "long"}, {"s", "a", kNull},
+        {"s", "k ", "spaced key"}, {"s", "sp", " a = b "}, {"s", "#c", kNull}, {"s", "//d", kNull},
+        {"s", "/e", "single"}, {"s", "nil", ""}, {"s", "cr", "v\r"}, {"s", "tail", "end"},
+        {"t", "k", kNull}, {"t", "n", "-12"}, {"x", "n", kNull},
     };
-    for (const auto &[key, value] : in_s) {
-        EXPECT_EQ(get("s", key), value) << key;
+    for (const auto &[section, key, value] : rows) {
+        EXPECT_EQ(get(section, key), value) << section << " " << key;
     }
-    EXPECT_EQ(get("t", "k") + get("t", "n") + get("x", "n"), kNull + "-12" + kNull);
     for (auto [key, value] : {std::pair{"n", -12}, {"num", 42}, {"x", 0}}) {
         EXPECT_EQ(GetIniKeyInt("t", key, path.c_str()), value) << key;
     }
-    const std::string s29(29, 's');
-    const std::string long_line = "k=" + std::string(1500, 'v') + "\n";
+    const std::string s29(29, 's'), long_line = "k=" + std::string(1500, 'v') + "\n";
     dir.write("config.ini", "[" + s29 + "]\n" + long_line + "[" + s29 + "s]\nk=v\n");
     EXPECT_EQ(get(s29, "k"), std::string(1021, 'v'));  // lines of 1023 bytes
     EXPECT_EQ(get(s29 + "s", "k"), kNull);               // a section name of 30 bytes is refused
@@ -70,36 +65,28 @@ TEST_F(Ini, PutReplacesOnlyAnExistingKeyLineThatFits)
 {
     const std::string v1500(1500, 'v'), x1020(1020, 'x'), x1021(1021, 'x');
     const struct {
-        std::string file, section, key, value;
-        int result;
-        std::string after;
+        std::string file, section, key, value, after;
     } rows[] = {
-        {kTwo, "one", "b", "22", 0, "[one]\na=1\n[two]\nb=22\n"},
-        {"k=before\n[s]\nk=first\nk=2\n", "s", "k", "x", 0, "k=before\n[s]\nk=x\nk=2\n"},
-        {"[s]\nk=tail", "s", "k", "new", 0, "[s]\nk=new\n"},
-        {"; x\n[s]\nother=1\n", "s", "k", "v", 0, "; x\n[s]\nother=1\n"},
-        {"; x\n[s]\nother=1\n", "nope", "other", "v", 0, "; x\n[s]\nother=1\n"},
-        {"[s]\n#k=comment\nk=real\n", "s", "#k", "c", 0, "[s]\n#k=c\nk=real\n"},
-        {"[s]\nk=" + v1500 + "\n", "s", "k", "s", 0, "[s]\nk=s\n" + std::string(479, 'v') + "\n"},
-        {kTwo, "one", "a", x1020, 0, "[one]\na=" + x1020 + "\n[two]\nb=2\n"},  // 1023 bytes
-        {kTwo, "one", "a", x1021, -1, kTwo},
-        {kTwo, std::string(30, 's'), "a", "v", -1, kTwo},
+        {kTwo, "one", "b", "22", "[one]\na=1\n[two]\nb=22\n"},
+        {"k=0\n[s]\nk=first\nk=2\n", "s", "k", "x", "k=0\n[s]\nk=x\nk=2\n"},
+        {"[s]\nk=tail", "s", "k", "new", "[s]\nk=new\n"},
+        {"; x\n[s]\nother=1\n", "s", "k", "v", "; x\n[s]\nother=1\n"},
+        {"[s]\n#k=comment\nk=real\n", "s", "#k", "c", "[s]\n#k=c\nk=real\n"},
+        {"[s]\nk=" + v1500 + "\n", "s", "k", "s", "[s]\nk=s\n" + std::string(479, 'v') + "\n"},
+        {kTwo, "one", "a", x1020, "[one]\na=" + x1020 + "\n[two]\nb=2\n"},  // 1023 bytes
+        {kTwo, "one", "a", x1021, kNull},                                    // refused
+        {kTwo, std::string(30, 's'), "a", "v", kNull},
     };
     for (const auto &row : rows) {
         dir.write("config.ini", row.file);
-        const int result = PutIniKeyString(row.section.c_str(), row.key.c_str(), row.value.c_str(),
-                                           path.c_str());
-        EXPECT_EQ(result, row.result);
-        EXPECT_EQ(content(), row.after) << row.file << " " << row.key;
+        const bool refused = row.after == kNull;
+        const char *section = row.section.c_str(), *key = row.key.c_str();
+        EXPECT_EQ(PutIniKeyString(section, key, row.value.c_str(), path.c_str()), refused ? -1 : 0);
+        EXPECT_EQ(content(), refused ? row.file : row.after) << row.file << " " << row.key;
     }
-    dir.write("config.ini", kTwo);
-    EXPECT_EQ(PutIniKeyInt("two", "b", -1234, path.c_str()), 0);
-    EXPECT_EQ(content(), "[one]\na=1\n[two]\nb=-1234\n");
-}
-
-TEST_F(Ini, PathOfMoreThan1019BytesIsRefused)
-{
-    for (size_t length : {1019u, 1020u}) {
+    EXPECT_EQ(PutIniKeyInt("one", "a", -1234, path.c_str()), 0);
+    EXPECT_EQ(content(), "[one]\na=-1234\n[two]\nb=2\n");
+    for (size_t length : {1019u, 1020u}) {  // the longest path, and one byte more
         path = dir.path() + std::string(length - dir.path().size() - 5, '/') + "f.ini";
         dir.write("f.ini", kTwo);
         EXPECT_EQ(PutIniKeyString("one", "a", "9", path.c_str()), length == 1019 ? 0 : -1);
@@ -107,24 +94,10 @@ TEST_F(Ini, PathOfMoreThan1019BytesIsRefused)
     }
 }
 
-TEST_F(Ini, FileOrCopyThatCannotBeOpenedGivesAnErrorLine)
-{
-    ku_test::CaptureStderr err;
-    EXPECT_EQ(get("s", "k"), kNull);
-    EXPECT_EQ(PutIniKeyString("s", "k", "v", path.c_str()), -1);
-    EXPECT_EQ(content(), "<no file>");
-    dir.write("config.ini", kTwo);
-    ASSERT_EQ(mkdir((path + ".tmp").c_str(), 0700), 0);  // a directory can't be opened "w"
-    EXPECT_EQ(PutIniKeyString("one", "a", "9", path.c_str()), -1);
-    EXPECT_EQ(read_file(path), kTwo);
-    const std::string open = "ERR:  Fail to open INI file " + path + "\n", log = err.finish();
-    EXPECT_NE(log.find(open, log.find(open) + 1), log.npos) << log;
-    EXPECT_NE(log.find("ERR:  Fail to open INI temp file " + path + "\n"), log.npos) << log;
-}
-
-// fsync and rename are defined here, so the library's calls land in this
-// executable: each is recorded and forwarded, unless the row makes it fail.
-static std::string *sync_calls = nullptr;  // f: fsync of a file, d: of `sync_dir`, r: rename
+// fsync is defined here, so the library's calls land in this executable: each is
+// recorded (f: the copy, before its rename; d: `sync_dir`, after it) and forwarded,
+// unless the row makes it fail.
+static std::string *sync_calls = nullptr, sync_copy;
 static char failing_fsync = 0;
 static ino_t sync_dir = 0;
 
@@ -132,7 +105,9 @@ extern "C" int fsync(int fd)
 {
     struct stat info {};
     if (sync_calls != nullptr && fstat(fd, &info) == 0) {
-        const char kind = !S_ISDIR(info.st_mode) ? 'f' : info.st_ino == sync_dir ? 'd' : '?';
+        const bool dir = S_ISDIR(info.st_mode), renamed = access(sync_copy.c_str(), F_OK) != 0;
+        const bool our_dir = dir && renamed && info.st_ino == sync_dir;
+        const char kind = !dir && !renamed ? 'f' : our_dir ? 'd' : '?';
         *sync_calls += kind;
         if (kind == failing_fsync) {
             errno = EIO;
@@ -142,19 +117,10 @@ extern "C" int fsync(int fd)
     return reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"))(fd);
 }
 
-extern "C" int rename(const char *from, const char *to) noexcept
-{
-    if (sync_calls != nullptr) {
-        *sync_calls += std::string(to) + ".tmp" == from ? 'r' : '?';
-    }
-    using rename_fn = int (*)(const char *, const char *);
-    return reinterpret_cast<rename_fn>(dlsym(RTLD_NEXT, "rename"))(from, to);
-}
-
-// The copy is on the storage before its rename and the directory after it,
-// else a power cut can leave an empty or short file under the old name; a
-// copy that did not reach the disk whole (a failed fsync, a full disk: the
-// copy is /dev/full) never replaces the original.
+// The copy is on the storage before its rename and the directory after it, else a power
+// cut can leave a short file under the old name. A copy that can't be opened (M: no file,
+// D: a directory in its place) or did not reach the disk whole (f: failed fsync, F: a
+// full disk, the copy is /dev/full) never replaces the original.
 TEST_F(Ini, RewriteSyncsTheCopyBeforeItsRenameAndTheDirectoryAfter)
 {
     struct stat info {};
@@ -162,22 +128,28 @@ TEST_F(Ini, RewriteSyncsTheCopyBeforeItsRenameAndTheDirectoryAfter)
     ASSERT_EQ(access("/dev/full", W_OK), 0);
     sync_dir = info.st_ino;
     const std::string changed = "[one]\na=9\n[two]\nb=2\n";
-    const struct {
-        char failing;
-        int result;
-        std::string calls, content;
-    } rows[] = {{0, 0, "frd", changed}, {'f', -1, "f", kTwo}, {'d', -1, "frd", changed},
-                {'F', -1, "", kTwo}};
-    for (const auto &row : rows) {
+    const std::tuple<char, int, const char *, std::string> rows[] = {
+        {0, 0, "fd", changed},  {'f', -1, "f", kTwo}, {'d', -1, "fd", changed}, {'F', -1, "", kTwo},
+        {'D', -1, "", kTwo},    {'M', -1, "", "<no file>"},
+    };
+    ku_test::CaptureStderr err;
+    const std::string &copy = sync_copy = path + ".tmp";
+    for (const auto &[failing, result, calls, after] : rows) {
         dir.write("config.ini", kTwo);
-        ASSERT_EQ(row.failing == 'F' ? symlink("/dev/full", (path + ".tmp").c_str()) : 0, 0);
-        std::string calls;
-        failing_fsync = row.failing;
-        sync_calls = &calls;
-        const int result = PutIniKeyString("one", "a", "9", path.c_str());
+        ASSERT_EQ(failing == 'M' ? unlink(path.c_str()) : 0, 0);
+        ASSERT_EQ(failing == 'F' ? symlink("/dev/full", copy.c_str()) : 0, 0);
+        ASSERT_EQ(failing == 'D' ? mkdir(copy.c_str(), 0700) : 0, 0);
+        std::string seen;
+        failing_fsync = failing;
+        sync_calls = &seen;
+        EXPECT_EQ(PutIniKeyString("one", "a", "9", path.c_str()), result) << failing;
         sync_calls = nullptr;
-        EXPECT_EQ(result, row.result) << row.failing;
-        EXPECT_EQ(calls, row.calls) << row.failing;
-        EXPECT_EQ(content(), row.content);
+        EXPECT_EQ(seen, calls) << failing;
+        rmdir(copy.c_str());  // the D row's
+        EXPECT_EQ(content(), after) << failing;
     }
+    EXPECT_EQ(get("one", "a"), kNull);
+    const std::string log = err.finish(), open = "ERR:  Fail to open INI file " + path + "\n";
+    EXPECT_NE(log.find(open, log.find(open) + 1), log.npos) << log;
+    EXPECT_NE(log.find("ERR:  Fail to open INI temp file " + path + "\n"), log.npos) << log;
 }
