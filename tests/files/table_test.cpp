@@ -71,6 +71,7 @@ TEST(Table, WithoutMemoryLoadSetAndAppendChangeNothing)
     ku_test::TempDir dir;
     const std::string path = dir.write("t", "ab\nc d e\n");
     ku_test::AllocControl alloc;
+    ku_test::CaptureStderr quiet;  // the refused loads' error lines
     for (long skip = 0; skip < 13; ++skip) {  // the last run fails a set and an append
         alloc.fail(ku_test::kAnyAlloc, skip, 1);
         kutable *table = kutable_load(path.c_str());
@@ -95,13 +96,11 @@ TEST(Table, SaveWritesCellsPlainAndLeavesAnEmptyTablesFile)
     kutable_set(table, 1, 0, "with sp\\ce");
     EXPECT_EQ(kutable_save(table), 0);
     EXPECT_EQ(ku_test::read_file(path), saved);
-    while (kutable_row_number(table) > 0) {
-        kutable_delete(table, 0);
+    while (kutable_row_number(table) > 0) {  // from the end: nothing may move
+        kutable_delete(table, kutable_row_number(table) - 1);
     }
     EXPECT_EQ(kutable_save(table), 0);
     EXPECT_EQ(ku_test::read_file(path), saved);
-    ASSERT_EQ(kutable_append(table, "y"), 0);
-    EXPECT_EQ(kutable_delete(table, 0), 0);  // the only row: nothing behind it moves
     ASSERT_EQ(kutable_append(table, "z"), 0);
     ASSERT_EQ(unlink(path.c_str()), 0);
     ASSERT_EQ(mkdir(path.c_str(), 0700), 0);  // no file can be opened there
