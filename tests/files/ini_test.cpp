@@ -97,7 +97,8 @@ TEST_F(Ini, PutReplacesOnlyAnExistingKeyLineThatFits)
 // fsync is defined here, so the library's calls land in this executable: each is
 // recorded (f: the copy, before its rename; d: `sync_dir`, after it) and forwarded,
 // unless the row makes it fail.
-static std::string *sync_calls = nullptr, sync_copy;
+static std::string *sync_calls = nullptr;
+static std::string sync_copy;
 static char failing_fsync = 0;
 static ino_t sync_dir = 0;
 
