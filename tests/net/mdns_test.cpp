@@ -40,11 +40,8 @@ std::string effects(const std::function<void()> &call)
 
 TEST(Mdns, DaemonIsKilledThenStartedAndTheLastResultComesBack)
 {
-    int result = 0;
-    EXPECT_EQ(effects([&] { result = ku_mdnsd_init(); }), kKill + "$ mdnsd\n");
-    EXPECT_EQ(result, 42);
-    EXPECT_EQ(effects([&] { result = ku_mdnsd_destroy(); }), kKill);
-    EXPECT_EQ(result, 41);
+    EXPECT_EQ(effects([] { EXPECT_EQ(ku_mdnsd_init(), 42); }), kKill + "$ mdnsd\n");
+    EXPECT_EQ(effects([] { EXPECT_EQ(ku_mdnsd_destroy(), 41); }), kKill);
 }
 
 std::string registering(char flag, const char *name, const char *type, const char *domain,
@@ -63,7 +60,6 @@ TEST(Mdns, RegisterRunsOneCommandOrLogsWhyNot)
     EXPECT_EQ(registering('B', nullptr, t, "d", nullptr, nullptr), "$ dns-sd -B  _p._tcp d   &\n");
     EXPECT_EQ(registering('R', n.c_str(), "t", "d", "p", "x"), "$ dns-sd -R " + n + " t d p x &\n");
     EXPECT_EQ(registering('R', (n + "n").c_str(), "t", "d", "p", "x"), kTooLong);
-    EXPECT_EQ(registering('r', "p", t, "d", "p", "x"), kInvalid);
     EXPECT_EQ(registering(0, "p", t, "d", "p", "x"), kInvalid);
     EXPECT_EQ(registering('R', nullptr, t, "d", "p", "x"), kMissing);
     EXPECT_EQ(registering('R', "p", nullptr, "d", "p", "x"), kMissing);
@@ -80,12 +76,11 @@ TEST(Mdns, DeregisterLogsAndRunsTheKillPipelineUpTo255Characters)
         return "DBG:  [mdns] " + command + "\n$ " + command + "\n";
     };
     const std::string longest(178, 'm');
-    const std::string over(179, 'm');
     EXPECT_EQ(effects([] { ku_mdns_service_deregister('R', "p"); }), pipeline("R", "p"));
     EXPECT_EQ(effects([] { ku_mdns_service_deregister(0, nullptr); }), pipeline(" ", ""));
     EXPECT_EQ(effects([&] { ku_mdns_service_deregister('R', longest.c_str()); }),
               pipeline("R", longest));
-    EXPECT_EQ(effects([&] { ku_mdns_service_deregister('R', over.c_str()); }), kTooLong);
+    EXPECT_EQ(effects([&] { ku_mdns_service_deregister('R', (longest + "m").c_str()); }), kTooLong);
 }
 
 }  // namespace

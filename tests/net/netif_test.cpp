@@ -3,7 +3,6 @@
 #include "ku/netif.h"
 
 #include <arpa/inet.h>
-#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -12,6 +11,7 @@
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <vector>
 
 #include "support/open_fds.h"
 #include "support/private_namespaces.h"
@@ -23,7 +23,6 @@ extern "C" int socket(int domain, int type, int protocol)
 {
     static const auto real = reinterpret_cast<int (*)(int, int, int)>(dlsym(RTLD_NEXT, "socket"));
     ++socket_calls;
-    errno = failing;
     return failing == EMFILE ? -1 : real(domain, type, protocol);
 }
 
@@ -35,7 +34,6 @@ extern "C" int ioctl(int fd, unsigned long request, ...)
     va_start(args, request);
     void *argument = va_arg(args, void *);
     va_end(args);
-    errno = failing;
     return failing == ENODEV ? -1 : real(fd, request, argument);
 }
 
@@ -50,15 +48,14 @@ TEST(Netif, LoopbackAnswersFailuresGiveTheirValueAndNoDescriptorIsLeft)
     const int before = ku_test::open_fd_count();
     for (const int error : {-1, 0, EMFILE, ENODEV}) {
         const char *ifname = error == 0 ? "ku-nosuch0" : "lo";
-        std::array<uint8_t, 8> mac;
-        mac.fill(0xAA);
+        std::vector<uint8_t> mac(8, 0xAA);
         failing = error;
         const int mac_result = ku_get_mac(ifname, mac.data());
         const uint32_t address = ku_get_ip(ifname);
         const int local = ku_is_local_ip(inet_addr("192.0.2.1"));
         failing = 0;
         const uint8_t byte = error < 0 ? 0 : 0xAA;  // lo's hardware address is all zeros
-        EXPECT_EQ(mac, (std::array<uint8_t, 8>{byte, byte, byte, byte, byte, byte, 0xAA, 0xAA}));
+        EXPECT_EQ(mac, (std::vector<uint8_t>{byte, byte, byte, byte, byte, byte, 0xAA, 0xAA}));
         EXPECT_EQ(mac_result, error < 0 ? 0 : -1) << error;
         EXPECT_EQ(address, error < 0 ? inet_addr("127.0.0.1") : 0) << error;
         EXPECT_EQ(local, error > 0 ? 1 : 0) << error;
