@@ -1,6 +1,5 @@
 // Pieces the fuzz targets share: a reader over the fuzz input, the reference
-// model of the container targets, a private temporary directory that lives as
-// long as the process, and whole-file reads and writes.
+// model of the container targets, a temporary directory and file helpers.
 #ifndef KU_FUZZ_SUPPORT_H
 #define KU_FUZZ_SUPPORT_H
 #include <unistd.h>
@@ -13,8 +12,9 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-// Stops the run when a check fails, naming it (seen when a finding is
-// replayed: the runner closes the target's stderr while it fuzzes).
+
+// Stops the run naming the check (seen when a finding is replayed: the
+// runner closes the target's stderr while it fuzzes).
 [[noreturn]] inline void fail_at(const char *file, int line, const char *check)
 {
     fprintf(stderr, "%s:%d: check failed: %s\n", file, line, check);
@@ -31,23 +31,20 @@ struct Input {
         --size;
         return *data++;
     }
-    // A big-endian number of `bytes` bytes.
-    size_t number(int bytes)
+    size_t number(int bytes)  // big-endian
     {
         size_t value = 0;
         for (int k = 0; k < bytes; ++k) value = value << 8 | byte();
         return value;
     }
-    // Up to `length` raw bytes, zero bytes included.
-    std::string text(size_t length)
+    std::string text(size_t length)  // up to `length` raw bytes
     {
         std::string out(reinterpret_cast<const char *>(data), std::min(length, size));
         data += out.size();
         size -= out.size();
         return out;
     }
-    // Up to `length` bytes as a C string argument: zero bytes become spaces.
-    std::string c_text(size_t length)
+    std::string c_text(size_t length)  // as text(), zero bytes made spaces
     {
         std::string out = text(length);
         std::replace(out.begin(), out.end(), '\0', ' ');
@@ -101,5 +98,4 @@ inline std::string read_file(const std::string &path)
     std::ifstream file(path, std::ios::binary);
     return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "<missing>";
 }
-
 #endif  // KU_FUZZ_SUPPORT_H

@@ -10,20 +10,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ByteModel model;
     membuffer m;
     membuffer_init(&m);
-    while (in.size > 0) {
-        const uint8_t op = in.byte();
+    for (uint8_t op = in.byte() % 3; in.size > 0; op = in.byte() % 3) {
         const size_t length = model.held.size();
         const size_t n = in.number(2) % 1024;
-        const size_t index = op & 0x80 ? length : in.byte();  // past the end refused
+        const size_t index = in.byte();  // an insert past the end is refused
         const std::string bytes = model.fresh(n);
         bool wrote = n > 0;
-        if (op % 3 == 0) {
-            const int result = op & 0x80 ? membuffer_append(&m, bytes.data(), n)
-                                         : membuffer_insert(&m, bytes.data(), n, index);
-            fail_unless(result == (index > length ? -1 : 0));
-            wrote = wrote && result == 0;
+        if (op == 0) {
+            fail_unless(membuffer_insert(&m, bytes.data(), n, index) == (index > length ? -1 : 0));
+            wrote = wrote && index <= length;
             if (wrote) model.held.insert(index, bytes);
-        } else if (op % 3 == 1) {  // the count running past the end or not
+        } else if (op == 1) {  // the count running past the end or not
             membuffer_delete(&m, std::min(index, length), n);
             model.held.erase(std::min(index, length), n);
             wrote = length > 0;

@@ -46,7 +46,7 @@ TEST(CircleBuf, ScriptKeepsCountersAndBytesInStreamOrder)
         {'p', "3", "0", 2, 1, 3}, {'r', "3", "0", 2, 1, 3}, {'s', "3", "0", 2, 1, 3},
         {'r', "2", "jk", 0, 3, 3}, {'s', "0", "0", 0, 3, 3}, {'w', "123456789", "0", 0, 3, 3},
         {'w', "lmnop", "5", 5, 3, 0}, {'s', "5", "5", 0, 0, 0}, {'w', "qr", "2", 2, 0, 2},
-        {'z', "", "", 0, 0, 0}, {'w', "Z", "1", 1, 0, 1},
+        {'w', "st", "2", 4, 0, 4}, {'z', "", "", 0, 0, 0}, {'w', "Z", "1", 1, 0, 1},
     };
     Ring ring;
     for (const auto &[op, arg, want, readable, read_pos, write_pos] : steps) {
@@ -58,7 +58,7 @@ TEST(CircleBuf, ScriptKeepsCountersAndBytesInStreamOrder)
         EXPECT_EQ(circle_buf_readable(ring.cb), readable);
         EXPECT_EQ(circle_buf_writable(ring.cb), 8 - readable);
     }
-    EXPECT_EQ(std::string(ring.storage), "Zrklmnop") << "reset keeps the bytes";
+    EXPECT_EQ(std::string(ring.storage), "Zrstmnop") << "reset keeps the bytes";
     EXPECT_EQ(ring.state.reserved, 0xfeedu) << "no operation touches the reserved word";
 }
 
