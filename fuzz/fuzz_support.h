@@ -1,19 +1,20 @@
-// Pieces the file-driven fuzz targets share: a reader over the fuzz input, a
-// private temporary directory that lives as long as the process, and whole-
-// file reads and writes.
+// Pieces the fuzz targets share: a reader over the fuzz input, the reference
+// model of the container targets, a temporary directory and file helpers.
 #ifndef KU_FUZZ_SUPPORT_H
 #define KU_FUZZ_SUPPORT_H
-
-#include <dirent.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
-// Stops the run when a check fails, naming it (seen when a finding is
-// replayed: the runner closes the target's stderr while it fuzzes).
+// Stops the run naming the check (seen when a finding is replayed: the
+// runner closes the target's stderr while it fuzzes).
 [[noreturn]] inline void fail_at(const char *file, int line, const char *check)
 {
     fprintf(stderr, "%s:%d: check failed: %s\n", file, line, check);
@@ -24,64 +25,63 @@
 struct Input {
     const uint8_t *data;
     size_t size;
-
     uint8_t byte()
     {
         if (size == 0) return 0;
         --size;
         return *data++;
     }
-    // A big-endian number of `bytes` bytes.
-    size_t number(int bytes)
+    size_t number(int bytes)  // big-endian
     {
         size_t value = 0;
         for (int k = 0; k < bytes; ++k) value = value << 8 | byte();
         return value;
     }
-    // Up to `length` raw bytes, zero bytes included.
-    std::string text(size_t length)
+    std::string text(size_t length)  // up to `length` raw bytes
     {
-        if (length > size) length = size;
-        std::string out(reinterpret_cast<const char *>(data), length);
-        data += length;
-        size -= length;
+        std::string out(reinterpret_cast<const char *>(data), std::min(length, size));
+        data += out.size();
+        size -= out.size();
         return out;
     }
-    // Up to `length` bytes as a C string argument: zero bytes become spaces.
-    std::string c_text(size_t length)
+    std::string c_text(size_t length)  // as text(), zero bytes made spaces
     {
         std::string out = text(length);
-        for (char &c : out) {
-            if (c == '\0') c = ' ';
-        }
+        std::replace(out.begin(), out.end(), '\0', ' ');
         return out;
     }
 };
 
-// A fresh directory under /dev/shm (or /tmp), emptied and removed at exit.
+// What a container must hold, in order: the byte buffer edits `held` in
+// place; the ring, the cache and the list take from its front. Bytes made by
+// fresh() count up, so a lost, doubled or reordered byte shows.
+struct ByteModel {
+    std::string held;
+    uint8_t next = 0;
+    std::string fresh(size_t n)
+    {
+        std::string out(n, '\0');
+        for (char &c : out) c = static_cast<char>(++next);
+        return out;
+    }
+    std::string take(size_t n)
+    {
+        std::string out = held.substr(0, n);
+        held.erase(0, n);
+        return out;
+    }
+};
+
+// A fresh directory under /dev/shm (or /tmp), removed with its files at exit.
 struct TempDir {
     std::string path;
-
     explicit TempDir(const char *name)
     {
-        const char *base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        std::string pattern = std::string(base) + "/ku-fuzz-" + name + "-XXXXXX";
-        fail_unless(mkdtemp(pattern.data()) != nullptr);
-        path = pattern;
+        path = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+        path = path + "/ku-fuzz-" + name + "-XXXXXX";
+        fail_unless(mkdtemp(path.data()) != nullptr);
     }
-    ~TempDir()
-    {
-        if (DIR *dir = opendir(path.c_str())) {
-            while (dirent *entry = readdir(dir)) {
-                const std::string name = entry->d_name;
-                if (name != "." && name != "..") unlink((path + "/" + name).c_str());
-            }
-            closedir(dir);
-        }
-        rmdir(path.c_str());
-    }
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
+    ~TempDir() { std::filesystem::remove_all(path); }
 };
 
 inline void write_file(const std::string &path, const std::string &content)
@@ -95,14 +95,7 @@ inline void write_file(const std::string &path, const std::string &content)
 // The whole file, or "<missing>" when it cannot be opened.
 inline std::string read_file(const std::string &path)
 {
-    FILE *file = fopen(path.c_str(), "rb");
-    if (file == nullptr) return "<missing>";
-    std::string content;
-    char chunk[4096];
-    size_t got = 0;
-    while ((got = fread(chunk, 1, sizeof chunk, file)) > 0) content.append(chunk, got);
-    fclose(file);
-    return content;
+    std::ifstream file(path, std::ios::binary);
+    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "<missing>";
 }
-
 #endif  // KU_FUZZ_SUPPORT_H

@@ -1,1 +1,0 @@
-set(KU_TEST_PROPERTIES LABELS concurrency)
