@@ -1,0 +1,1 @@
+set(KU_TEST_PROPERTIES LABELS concurrency)
