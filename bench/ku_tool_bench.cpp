@@ -5,11 +5,6 @@
 // throughput at no more memory.
 #include <benchmark/benchmark.h>
 
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -18,6 +13,7 @@
 #include <vector>
 
 #include "ku/codec.h"
+#include "support/subprocess.h"
 
 namespace {
 
@@ -59,29 +55,6 @@ const std::string &input(bool base64)
     return base64 ? b64 : hex;
 }
 
-// Runs argv with stdin from `in`, stdout to /dev/null; the peak KiB, or -1.
-long run(std::vector<std::string> argv, const std::string &in)
-{
-    std::vector<char *> pointers;
-    for (auto &arg : argv)
-        pointers.push_back(arg.data());
-    pointers.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int in_fd = open(in.c_str(), O_RDONLY);
-        const int out_fd = open("/dev/null", O_WRONLY);
-        if (in_fd < 0 || out_fd < 0 || dup2(in_fd, 0) < 0 || dup2(out_fd, 1) < 0)
-            _exit(127);
-        execvp(pointers[0], pointers.data());
-        _exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    if (pid < 0 || wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        return -1;
-    return usage.ru_maxrss;
-}
-
 void decode(benchmark::State &state, std::vector<std::string> argv, bool base64)
 {
     if (argv[0].empty()) {
@@ -91,12 +64,15 @@ void decode(benchmark::State &state, std::vector<std::string> argv, bool base64)
     const std::string &in = input(base64);
     long peak = 0;
     for (auto _ : state) {
-        const long kib = run(argv, in);
-        if (kib < 0) {
+        ku_test::ProcessOptions options;
+        options.in_file = in;
+        options.out_file = "/dev/null";
+        const auto result = ku_test::run_process(argv, options);
+        if (result.status != 0) {
             state.SkipWithError((argv[0] + " failed").c_str());
             return;
         }
-        peak = std::max(peak, kib);
+        peak = std::max(peak, result.peak_kib);
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kBytes));
     state.counters["peak_KiB"] = static_cast<double>(peak);

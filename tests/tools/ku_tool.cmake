@@ -1,12 +1,11 @@
-# Shared set-up of the ku tool's integration tests: each test program runs the
-# built `ku` binary as a child process and learns from ku_tool_features which
-# subcommands the binary holds.
+# The ku tool's tests run the built `ku` as a child process; ku_tool_features
+# tells them which commands it holds.
 if(TARGET ku)
   set(KU_TOOL_RUN "$<TARGET_FILE:ku>")
   if(CMAKE_CROSSCOMPILING AND CMAKE_CROSSCOMPILING_EMULATOR)
-    # The kernel cannot start a cross-built tool: the tests (and the shell
-    # lines they run) start a wrapper that hands it to the emulator.
-    set(KU_TOOL_RUN ${CMAKE_CURRENT_BINARY_DIR}/ku-emulated)
+    # The kernel cannot start a cross-built tool: tests and their shell lines
+    # start a wrapper, also named ku, that hands it to the emulator.
+    set(KU_TOOL_RUN ${CMAKE_CURRENT_BINARY_DIR}/emulated/ku)
     if(NOT KU_TOOL_WRAPPER_WRITTEN)
       list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
       file(GENERATE OUTPUT ${KU_TOOL_RUN}
@@ -16,13 +15,9 @@ if(TARGET ku)
       set(KU_TOOL_WRAPPER_WRITTEN TRUE)
     endif()
   endif()
-  target_compile_definitions(${KU_TEST_TARGET} PRIVATE
-    KU_TOOL_PATH="${KU_TOOL_RUN}"
-    KU_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   target_link_libraries(${KU_TEST_TARGET} PRIVATE ku_tool_features)
   add_dependencies(${KU_TEST_TARGET} ku)
-else()
-  target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TOOL_PATH=""
-    KU_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 endif()
+target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TOOL_PATH="${KU_TOOL_RUN}"
+                           KU_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 set(KU_TEST_PROPERTIES LABELS tool)

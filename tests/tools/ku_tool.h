@@ -1,8 +1,10 @@
-// Running the built `ku` binary from a test, as a user would from a shell.
+// Running the built `ku` from a test, as a user would from a shell.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -17,26 +19,35 @@ inline ProcessResult ku(std::vector<std::string> args, const ProcessOptions &opt
     return run_process(args, options);
 }
 
-inline ProcessResult ku_stdin(std::vector<std::string> args, std::string input)
+// A command line and what it must give; "ku" is the built tool. A step that
+// fails writes one line "ku NAME: ..." in which `err` is found (a regular
+// expression); one that succeeds writes what `err` matches whole.
+struct Step {
+    Step(std::vector<std::string> argv, int status = 0, std::string out = "", std::string err = "",
+         std::string in = "")
+        : argv(std::move(argv)), status(status), out(std::move(out)), err(std::move(err)), in(std::move(in))
+    {
+    }
+    std::vector<std::string> argv;
+    int status;
+    std::string out, err, in;
+};
+
+// `ku NAME ARGS` for each ARGS (split at blanks) in one step: each must fail
+// with `status` and its one line.
+inline Step each_fails(const std::string &name, const std::vector<std::string> &args, int status = 2)
 {
-    ProcessOptions options;
-    options.input = std::move(input);
-    return ku(std::move(args), options);
+    Step step{{"sh", "-c", "for a in"}, 0, "", "(ku " + name + ": .*\n){" + std::to_string(args.size()) + "}"};
+    for (const auto &arg : args) {
+        step.argv[2] += " '" + arg + "'";
+        step.out += std::to_string(status) + "\n";
+    }
+    step.argv[2] += "; do ku " + name + " $a; echo $?; done";
+    return step;
 }
 
-// The one-line error convention: status, nothing on stdout, exactly one line
-// on stderr that starts with "ku NAME: ".
-inline void expect_one_line_error(const ProcessResult &result, int status, const std::string &name)
-{
-    EXPECT_EQ(result.status, status) << result.err;
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err.rfind("ku " + name + ": ", 0), 0u) << result.err;
-    ASSERT_FALSE(result.err.empty());
-    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
-}
-
-// Fixture of every tool test: a private directory and a skip when the tool
-// is not part of this build.
+// Each test works in a private directory, where its steps run with the tool
+// and the directory itself first on PATH.
 class KuTool : public ::testing::Test {
 protected:
     void SetUp() override
@@ -44,6 +55,34 @@ protected:
         if (std::string(KU_TOOL_PATH).empty())
             GTEST_SKIP() << "the ku tool is not built (KU_BUILD_TOOLS=OFF)";
     }
+
+    void run(const std::vector<Step> &steps, std::vector<std::string> env = {}) const
+    {
+        const std::string tool = KU_TOOL_PATH;
+        ProcessOptions options;
+        options.cwd = dir.path();
+        options.env = std::move(env);
+        options.env.push_back("PATH=" + tool.substr(0, tool.rfind('/')) + ":" + dir.path() + ":" +
+                              std::getenv("PATH"));
+        for (const Step &step : steps) {
+            std::string line;
+            for (const auto &arg : step.argv)
+                line += arg.substr(0, 60) + " ";
+            SCOPED_TRACE(line);
+            options.input = step.in;
+            const auto result = run_process(step.argv, options);
+            EXPECT_EQ(result.status, step.status) << result.err;
+            EXPECT_TRUE(result.out == step.out) << result.out.substr(0, 400);
+            if (step.status == 0) {
+                EXPECT_TRUE(std::regex_match(result.err, std::regex(step.err))) << result.err;
+                continue;
+            }
+            const std::string name = step.argv[0] == "ku" ? step.argv[1] : "[a-z]+";
+            EXPECT_TRUE(std::regex_match(result.err, std::regex("ku " + name + ": .*\n"))) << result.err;
+            EXPECT_TRUE(std::regex_search(result.err, std::regex(step.err))) << result.err;
+        }
+    }
+
     TempDir dir;
 };
 

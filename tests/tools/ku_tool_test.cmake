@@ -1,0 +1,15 @@
+include(${CMAKE_CURRENT_LIST_DIR}/ku_tool.cmake)
+# Plug-ins for `ku plugin`: kuplug_echo.so is what it says, kuplug_liar.so
+# answers with another name, kuplug_empty.so has no operations table.
+set(ku_plugin_dir ${CMAKE_CURRENT_BINARY_DIR}/ku_tool_plugins)
+foreach(variant echo liar empty)
+  add_library(ku_tool_plugin_${variant} MODULE ${CMAKE_CURRENT_LIST_DIR}/test_plugin.c)
+  set_target_properties(ku_tool_plugin_${variant} PROPERTIES
+    PREFIX "" OUTPUT_NAME kuplug_${variant} LIBRARY_OUTPUT_DIRECTORY ${ku_plugin_dir})
+  target_link_libraries(ku_tool_plugin_${variant} PRIVATE ku_warnings)
+  add_dependencies(${KU_TEST_TARGET} ku_tool_plugin_${variant})
+endforeach()
+target_compile_definitions(ku_tool_plugin_echo PRIVATE KU_TEST_MODULE_NAME="echo" KU_TEST_OPS=&ku_test_ops)
+target_compile_definitions(ku_tool_plugin_liar PRIVATE KU_TEST_MODULE_NAME="other" KU_TEST_OPS=&ku_test_ops)
+target_compile_definitions(ku_tool_plugin_empty PRIVATE KU_TEST_MODULE_NAME="empty" KU_TEST_OPS=0)
+target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TEST_PLUGIN_DIR="${ku_plugin_dir}")
