@@ -9,15 +9,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 extern char **environ;
 
 namespace ku_test {
-namespace {
 
-std::vector<char *> pointers(std::vector<std::string> &strings)
+static std::vector<char *> pointers(std::vector<std::string> &strings)
 {
     std::vector<char *> list;
     for (auto &string : strings)
@@ -26,51 +25,40 @@ std::vector<char *> pointers(std::vector<std::string> &strings)
     return list;
 }
 
-void close_fd(int &fd)
-{
-    if (fd >= 0)
-        close(fd);
-    fd = -1;
-}
-
-}  // namespace
-
 Process::Process(std::vector<std::string> argv, const ProcessOptions &options) : input_(options.input)
 {
     std::vector<std::string> env = options.env;
     for (char **entry = environ; *entry != nullptr; ++entry) {
-        const std::string name(*entry, std::string_view(*entry).find('=') + 1);
-        if (std::none_of(options.env.begin(), options.env.end(),
-                         [&](const std::string &set) { return set.starts_with(name); }))
+        const std::string name(*entry, std::strcspn(*entry, "=") + 1);
+        bool set = false;
+        for (const auto &own : options.env)
+            set = set || own.starts_with(name);
+        if (!set)
             env.emplace_back(*entry);
     }
-    // Built before fork: the child may make async-signal-safe calls only.
-    auto args = pointers(argv), envp = pointers(env);
-    int in[2], out[2], err[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
-        std::abort();
+    auto args = pointers(argv), envp = pointers(env);  // after fork only async-signal-safe calls
+    int pipes[3][2];
+    for (auto &ends : pipes)
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            std::abort();
     pid_ = fork();
     if (pid_ == 0) {
-        const int in_fd = options.in_file.empty() ? in[0] : open(options.in_file.c_str(), O_RDONLY);
-        const int out_fd = options.out_file.empty()
-                               ? out[1]
-                               : open(options.out_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (dup2(in_fd, 0) < 0 || dup2(out_fd, 1) < 0 || dup2(err[1], 2) < 0 ||
-            (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0))
+        const auto &in = options.in_file, &out = options.out_file;
+        if (dup2(in.empty() ? pipes[0][0] : open(in.c_str(), O_RDONLY), 0) < 0 ||
+            dup2(out.empty() ? pipes[1][1] : open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1) < 0 ||
+            dup2(pipes[2][1], 2) < 0 || (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0))
             _exit(126);
         ::signal(SIGPIPE, SIG_DFL);
-        environ = envp.data();  // execvp looks the program up on this PATH
+        environ = envp.data();  // execvp looks on this PATH
         execvp(args[0], args.data());
         _exit(127);
     }
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
-    in_ = in[1];
-    out_ = out[0];
-    err_ = err[0];
     if (pid_ < 0)
         std::abort();
+    for (int i = 0; i < 3; ++i) {  // the parent writes stdin and reads the others
+        close(pipes[i][i == 0 ? 0 : 1]);
+        fds_[i] = pipes[i][i == 0 ? 1 : 0];
+    }
 }
 
 Process::~Process()
@@ -78,9 +66,9 @@ Process::~Process()
     signal(SIGKILL);
     if (pid_ > 0)
         waitpid(pid_, nullptr, 0);
-    close_fd(in_);
-    close_fd(out_);
-    close_fd(err_);
+    for (const int fd : fds_)
+        if (fd >= 0)
+            close(fd);
 }
 
 void Process::signal(int signal) const
@@ -92,32 +80,31 @@ void Process::signal(int signal) const
 ProcessResult Process::wait()
 {
     ProcessResult result;
+    std::string *sinks[3] = {nullptr, &result.out, &result.err};
     ::signal(SIGPIPE, SIG_IGN);  // a child that leaves its input unread must not kill us
-    size_t written = 0;
-    if (input_.empty())
-        close_fd(in_);
-    while (out_ >= 0 || err_ >= 0) {
-        pollfd fds[3] = {{in_, POLLOUT, 0}, {out_, POLLIN, 0}, {err_, POLLIN, 0}};
-        if (poll(fds, 3, -1) < 0)
-            continue;
-        if (fds[0].revents != 0) {
-            const ssize_t n = write(in_, input_.data() + written, input_.size() - written);
-            written += n > 0 ? static_cast<size_t>(n) : 0;
-            if (n < 0 || written == input_.size())
-                close_fd(in_);
+    for (size_t written = 0; fds_[1] >= 0 || fds_[2] >= 0;) {
+        if (fds_[0] >= 0 && written == input_.size()) {
+            close(fds_[0]);
+            fds_[0] = -1;
         }
-        for (int i = 1; i < 3; ++i) {
+        pollfd polled[3] = {{fds_[0], POLLOUT, 0}, {fds_[1], POLLIN, 0}, {fds_[2], POLLIN, 0}};
+        if (poll(polled, 3, -1) < 0)
+            continue;
+        for (int i = 0; i < 3; ++i) {
             char buffer[65536];
-            if (fds[i].revents == 0)
+            ssize_t n = 0;
+            if (polled[i].revents == 0)
                 continue;
-            const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-            if (n > 0)
-                (i == 1 ? result.out : result.err).append(buffer, static_cast<size_t>(n));
-            else
-                close_fd(i == 1 ? out_ : err_);
+            if (i == 0 && (n = write(fds_[0], input_.data() + written, input_.size() - written)) > 0)
+                written += static_cast<size_t>(n);
+            else if (i > 0 && (n = read(fds_[i], buffer, sizeof buffer)) > 0)
+                sinks[i]->append(buffer, static_cast<size_t>(n));
+            if (n <= 0) {
+                close(fds_[i]);
+                fds_[i] = -1;
+            }
         }
     }
-    close_fd(in_);
     int status = 0;
     rusage usage{};
     wait4(pid_, &status, 0, &usage);

@@ -1,6 +1,5 @@
 // Runs a program as a child process the way a shell user would: bytes in on
-// stdin, stdout and stderr captured apart, the exit status and the child's
-// peak memory back. For tests and benchmarks of command-line programs.
+// stdin, stdout and stderr captured apart; the exit status and peak memory back.
 #pragma once
 
 #include <sys/types.h>
@@ -11,37 +10,32 @@
 namespace ku_test {
 
 struct ProcessOptions {
-    std::string input;             // written to the child's stdin, which is then closed
-    std::vector<std::string> env;  // "NAME=VALUE" entries set on top of this environment
-    std::string cwd;               // working directory of the child; empty: ours
-    std::string in_file, out_file; // stdin from, stdout to these files instead of pipes
+    std::string input{};                // written to stdin, which is then closed
+    std::vector<std::string> env{};     // "NAME=VALUE" on top of ours; PATH finds the program
+    std::string cwd{};                  // working directory; empty: ours
+    std::string in_file{}, out_file{};  // stdin from, stdout to these files instead
 };
 
 struct ProcessResult {
-    int status = -1;  // exit code; 128 + signal when killed by a signal
-    std::string out;
-    std::string err;
-    long peak_kib = 0;  // peak resident memory, counting what the child had at fork
+    int status = -1;  // exit code; 128 + signal when killed by one
+    std::string out, err;
+    long peak_kib = 0;  // peak resident memory, which counts what the child had at fork
 };
 
-// A started child (the program is looked up on the PATH of `env`); wait()
-// collects it. The destructor kills and reaps a child never waited for.
+// A started child; the destructor kills and reaps one never waited for.
 class Process {
 public:
     Process(std::vector<std::string> argv, const ProcessOptions &options = {});
     ~Process();
     Process(const Process &) = delete;
     Process &operator=(const Process &) = delete;
-
-    // Sends `signal` to the child only, by its id.
     void signal(int signal) const;
-    // Feeds the input, reads both streams to their end and reaps the child.
-    ProcessResult wait();
+    ProcessResult wait();  // feeds stdin, reads both streams to their end, reaps
 
 private:
     std::string input_;
     pid_t pid_ = -1;
-    int in_ = -1, out_ = -1, err_ = -1;
+    int fds_[3] = {-1, -1, -1};  // the ends of the child's stdin, stdout and stderr
 };
 
 ProcessResult run_process(const std::vector<std::string> &argv, const ProcessOptions &options = {});

@@ -5,8 +5,6 @@
 
 #include <cstdlib>
 #include <regex>
-#include <string>
-#include <vector>
 
 #include "support/subprocess.h"
 #include "support/temp_dir.h"
@@ -19,22 +17,17 @@ inline ProcessResult ku(std::vector<std::string> args, const ProcessOptions &opt
     return run_process(args, options);
 }
 
-// A command line and what it must give; "ku" is the built tool. A step that
-// fails writes one line "ku NAME: ..." in which `err` is found (a regular
-// expression); one that succeeds writes what `err` matches whole.
+// A command line ("ku" is the built tool) and what it gives. One that fails
+// writes one line "ku NAME: ..." in which the regular expression `err` is
+// found; one that succeeds writes what `err` matches whole.
 struct Step {
-    Step(std::vector<std::string> argv, int status = 0, std::string out = "", std::string err = "",
-         std::string in = "")
-        : argv(std::move(argv)), status(status), out(std::move(out)), err(std::move(err)), in(std::move(in))
-    {
-    }
     std::vector<std::string> argv;
-    int status;
-    std::string out, err, in;
+    int status = 0;
+    std::string out{}, err{}, in{};
 };
 
-// `ku NAME ARGS` for each ARGS (split at blanks) in one step: each must fail
-// with `status` and its one line.
+// `ku NAME ARGS` for each ARGS (split at blanks) in one step: each fails
+// with `status` and its line.
 inline Step each_fails(const std::string &name, const std::vector<std::string> &args, int status = 2)
 {
     Step step{{"sh", "-c", "for a in"}, 0, "", "(ku " + name + ": .*\n){" + std::to_string(args.size()) + "}"};
@@ -46,8 +39,8 @@ inline Step each_fails(const std::string &name, const std::vector<std::string> &
     return step;
 }
 
-// Each test works in a private directory, where its steps run with the tool
-// and the directory itself first on PATH.
+// Each test has a private directory, where its steps run with the tool and
+// the directory itself first on PATH.
 class KuTool : public ::testing::Test {
 protected:
     void SetUp() override
@@ -59,27 +52,23 @@ protected:
     void run(const std::vector<Step> &steps, std::vector<std::string> env = {}) const
     {
         const std::string tool = KU_TOOL_PATH;
-        ProcessOptions options;
-        options.cwd = dir.path();
-        options.env = std::move(env);
+        ProcessOptions options{"", std::move(env), dir.path()};
         options.env.push_back("PATH=" + tool.substr(0, tool.rfind('/')) + ":" + dir.path() + ":" +
-                              std::getenv("PATH"));
+                              getenv("PATH"));
         for (const Step &step : steps) {
             std::string line;
             for (const auto &arg : step.argv)
-                line += arg.substr(0, 60) + " ";
+                line += arg.substr(0, 100) + " ";
             SCOPED_TRACE(line);
             options.input = step.in;
             const auto result = run_process(step.argv, options);
             EXPECT_EQ(result.status, step.status) << result.err;
             EXPECT_TRUE(result.out == step.out) << result.out.substr(0, 400);
-            if (step.status == 0) {
-                EXPECT_TRUE(std::regex_match(result.err, std::regex(step.err))) << result.err;
-                continue;
-            }
             const std::string name = step.argv[0] == "ku" ? step.argv[1] : "[a-z]+";
-            EXPECT_TRUE(std::regex_match(result.err, std::regex("ku " + name + ": .*\n"))) << result.err;
-            EXPECT_TRUE(std::regex_search(result.err, std::regex(step.err))) << result.err;
+            EXPECT_TRUE(step.status == 0 ? std::regex_match(result.err, std::regex(step.err))
+                                         : std::regex_match(result.err, std::regex("ku " + name + ": .*\n")) &&
+                                               std::regex_search(result.err, std::regex(step.err)))
+                << result.err;
         }
     }
 
