@@ -2,8 +2,6 @@
 // stdin, stdout and stderr captured apart; the exit status and peak memory back.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
 
@@ -22,22 +20,6 @@ struct ProcessResult {
     long peak_kib = 0;  // peak resident memory, which counts what the child had at fork
 };
 
-// A started child; the destructor kills and reaps one never waited for.
-class Process {
-public:
-    Process(std::vector<std::string> argv, const ProcessOptions &options = {});
-    ~Process();
-    Process(const Process &) = delete;
-    Process &operator=(const Process &) = delete;
-    void signal(int signal) const;
-    ProcessResult wait();  // feeds stdin, reads both streams to their end, reaps
-
-private:
-    std::string input_;
-    pid_t pid_ = -1;
-    int fds_[3] = {-1, -1, -1};  // the ends of the child's stdin, stdout and stderr
-};
-
-ProcessResult run_process(const std::vector<std::string> &argv, const ProcessOptions &options = {});
+ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &options = {});
 
 }  // namespace ku_test

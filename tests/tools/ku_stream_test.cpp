@@ -53,16 +53,11 @@ TEST_F(KuStream, LargeInputRunsInTheMemoryOfASmallOne)
             for (size_t i = 0; i < (args[0] == "des" ? copies / 4 : copies); ++i)
                 large << in;
             large.close();
-            ku_test::ProcessOptions options;
-            options.in_file = dir.file("large");
-            options.out_file = "/dev/null";
-            const auto big = ku_test::ku(args, options);
-            options.in_file = dir.file("small");
-            options.out_file = dir.file("out");
-            const auto small = ku_test::ku(args, options);
+            const auto big = ku_test::ku(args, {"", {}, "", dir.file("large"), "/dev/null"});
+            const auto small = ku_test::ku(args, {"", {}, "", dir.file("small"), dir.file("out")});
             EXPECT_EQ(big.status + small.status, 0) << big.err << small.err;
             EXPECT_LE(big.peak_kib, small.peak_kib + 4096) << "peak KiB for 1 MiB " << small.peak_kib;
-            in = ku_test::read_file(options.out_file);
+            in = ku_test::read_file(dir.file("out"));
         }
         EXPECT_TRUE(row[1].empty() || in == original) << row[0][0] << " changed the data on its way back";
     }

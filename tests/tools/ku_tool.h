@@ -17,25 +17,24 @@ inline ProcessResult ku(std::vector<std::string> args, const ProcessOptions &opt
     return run_process(args, options);
 }
 
-// A command line ("ku" is the built tool) and what it gives. One that fails
-// writes one line "ku NAME: ..." in which the regular expression `err` is
-// found; one that succeeds writes what `err` matches whole.
+// A shell line and what it gives. When it fails, "ku NAME ..." has written
+// one line "ku NAME: ..." in which the regular expression `err` is found;
+// else stderr matches `err` whole.
 struct Step {
-    std::vector<std::string> argv;
+    std::string line;
     int status = 0;
     std::string out{}, err{}, in{};
 };
 
-// `ku NAME ARGS` for each ARGS (split at blanks) in one step: each fails
-// with `status` and its line.
+// `ku NAME ARGS` for each ARGS in one step: each fails with `status` and its line.
 inline Step each_fails(const std::string &name, const std::vector<std::string> &args, int status = 2)
 {
-    Step step{{"sh", "-c", "for a in"}, 0, "", "(ku " + name + ": .*\n){" + std::to_string(args.size()) + "}"};
+    Step step{"for a in", 0, "", "(ku " + name + ": .*\n){" + std::to_string(args.size()) + "}"};
     for (const auto &arg : args) {
-        step.argv[2] += " '" + arg + "'";
+        step.line += " '" + arg + "'";
         step.out += std::to_string(status) + "\n";
     }
-    step.argv[2] += "; do ku " + name + " $a; echo $?; done";
+    step.line += "; do ku " + name + " $a; echo $?; done";
     return step;
 }
 
@@ -56,17 +55,15 @@ protected:
         options.env.push_back("PATH=" + tool.substr(0, tool.rfind('/')) + ":" + dir.path() + ":" +
                               getenv("PATH"));
         for (const Step &step : steps) {
-            std::string line;
-            for (const auto &arg : step.argv)
-                line += arg.substr(0, 100) + " ";
-            SCOPED_TRACE(line);
+            SCOPED_TRACE(step.line.substr(0, 300));
             options.input = step.in;
-            const auto result = run_process(step.argv, options);
+            const auto result = run_process({"sh", "-c", step.line}, options);
             EXPECT_EQ(result.status, step.status) << result.err;
             EXPECT_TRUE(result.out == step.out) << result.out.substr(0, 400);
-            const std::string name = step.argv[0] == "ku" ? step.argv[1] : "[a-z]+";
+            std::smatch name;
+            std::regex_search(step.line, name, std::regex("ku ([a-z0-9]+)"));
             EXPECT_TRUE(step.status == 0 ? std::regex_match(result.err, std::regex(step.err))
-                                         : std::regex_match(result.err, std::regex("ku " + name + ": .*\n")) &&
+                                         : std::regex_match(result.err, std::regex("ku " + name.str(1) + ": .*\n")) &&
                                                std::regex_search(result.err, std::regex(step.err)))
                 << result.err;
         }
