@@ -1,5 +1,5 @@
-/* A plug-in for `ku plugin`: it gives the name KU_TEST_MODULE_NAME and the
- * operations table KU_TEST_OPS (0 for none). */
+/* A plug-in for `ku plugin` named KU_TEST_MODULE_NAME, whose operations
+ * table is KU_TEST_OPS (0: none). */
 const int ku_test_ops = 42;
 
 const char *ku_module_name(void)
