@@ -10,33 +10,16 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
-
-extern char **environ;
 
 namespace ku_test {
 
-static std::vector<char *> pointers(std::vector<std::string> &strings)
-{
-    std::vector<char *> list;
-    for (auto &string : strings)
-        list.push_back(string.data());
-    list.push_back(nullptr);
-    return list;
-}
-
 ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &options)
 {
+    std::vector<char *> args;  // built before fork, as is all the child needs
+    for (auto &arg : argv)
+        args.push_back(arg.data());
+    args.push_back(nullptr);
     std::vector<std::string> env = options.env;
-    for (char **entry = environ; *entry != nullptr; ++entry) {
-        const std::string name(*entry, std::strcspn(*entry, "=") + 1);
-        bool set = false;
-        for (const auto &own : options.env)
-            set = set || own.starts_with(name);
-        if (!set)
-            env.emplace_back(*entry);
-    }
-    auto args = pointers(argv), envp = pointers(env);  // after fork only async-signal-safe calls
     int pipes[3][2], fds[3];
     for (auto &ends : pipes)
         if (pipe2(ends, O_CLOEXEC) != 0)
@@ -44,12 +27,14 @@ ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &o
     const pid_t pid = fork();
     if (pid == 0) {
         const auto &in = options.in_file, &out = options.out_file;
-        if (dup2(in.empty() ? pipes[0][0] : open(in.c_str(), O_RDONLY), 0) < 0 ||
-            dup2(out.empty() ? pipes[1][1] : open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1) < 0 ||
+        const int out_fd =
+            out.empty() ? pipes[1][1] : open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        if (dup2(in.empty() ? pipes[0][0] : open(in.c_str(), O_RDONLY), 0) < 0 || dup2(out_fd, 1) < 0 ||
             dup2(pipes[2][1], 2) < 0 || (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0))
             _exit(126);
         signal(SIGPIPE, SIG_DFL);
-        environ = envp.data();  // execvp looks on this PATH
+        for (auto &entry : env)  // glibc's allocator stays usable after fork
+            putenv(entry.data());
         execvp(args[0], args.data());
         _exit(127);
     }
@@ -75,7 +60,8 @@ ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &o
             ssize_t n = 0;
             if (polled[i].revents == 0)
                 continue;
-            if (i == 0 && (n = write(fds[0], options.input.data() + written, options.input.size() - written)) > 0)
+            const std::string &input = options.input;
+            if (i == 0 && (n = write(fds[0], input.data() + written, input.size() - written)) > 0)
                 written += static_cast<size_t>(n);
             else if (i > 0 && (n = read(fds[i], buffer, sizeof buffer)) > 0)
                 sinks[i]->append(buffer, static_cast<size_t>(n));

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <ctime>
+#include <fstream>
 
 #include "ku_tool.h"
 #include "support/emulator.h"
@@ -43,10 +44,13 @@ TEST_F(KuTool, HelpListsEveryCommandAndEachGivesItsUsage)
 {
     const std::string names =
         "b64 clock des fetch hex ini json lock log mdns net plugin resample sock str table\n";
-    run({{"ku -h | sed -n '/^commands:/,/^$/s/^  \\([a-z0-9]*\\) .*/\\1/p' | sort | xargs", 0, names},
-         {"for c in " + names + "do ku $c --help | head -n 1 | cut -d ' ' -f 3; done | xargs", 0, names},
+    run({{"ku -h | sed -n '/^commands:/,/^$/s/^  \\([a-z0-9]*\\) .*/\\1/p' | sort | xargs", 0,
+          names},
+         {"for c in " + names + "do ku $c --help | head -n 1 | cut -d ' ' -f 3; done | xargs", 0,
+          names},
          {"ku x; ku 2>&1 | head -n 1; for a in '' x '--version x'; do ku $a 2>&-; echo $?; done", 0,
-          "usage: ku COMMAND [ARGS...]\n2\n2\n2\n", "ku: unknown command 'x' \\(try 'ku --help'\\)\n"},
+          "usage: ku COMMAND [ARGS...]\n2\n2\n2\n",
+          "ku: unknown command 'x' \\(try 'ku --help'\\)\n"},
          {"ku --version | grep -cx 'ku [0-9]*\\.[0-9]*\\.[0-9]*'", 0, "1\n"}});
 }
 
@@ -55,9 +59,9 @@ TEST_F(KuTool, LogAndClock)
     const time_t before = time(nullptr);
     const auto clock = ku({"clock", "--zone", "2"});
     std::smatch m;
-    ASSERT_TRUE(std::regex_match(clock.out, m, std::regex("monotonic_s [0-9]+\nmonotonic_ms [0-9]+\n"
-                                                          "monotonic_us [0-9]+\nmonotonic_ns [0-9]+\n"
-                                                          "utc ([0-9]+) (.*)\nlocal ([0-9]+) .*\n")));
+    const std::regex lines("monotonic_s [0-9]+\nmonotonic_ms [0-9]+\nmonotonic_us [0-9]+\n"
+                           "monotonic_ns [0-9]+\nutc ([0-9]+) (.*)\nlocal ([0-9]+) .*\n");
+    ASSERT_TRUE(std::regex_match(clock.out, m, lines)) << clock.out;
     const time_t utc = std::stoll(m[1]);
     EXPECT_TRUE(utc >= before && utc <= time(nullptr)) << utc;
     char text[32];
@@ -69,8 +73,10 @@ TEST_F(KuTool, LogAndClock)
     const auto longest = ku({"log", "trace", std::string(8126, 'x')});
     EXPECT_EQ(longest.err.size() - longest.err.find("]  ") - 3, 8127u);
     run({{"ku log err disk full 'on /data'; ku log error x; ku log debug 100% %s%n -5 -", 0, "",
-          kStamp + "ERR:  disk full on /data\n" + kStamp + "ERR:  x\n" + kStamp + "DBG:  100% %s%n -5 -\n"},
-         {"ku log trace a; ku log -- err --help", 0, "", kStamp + "  a\n" + kStamp + "ERR:  --help\n"},
+          kStamp + "ERR:  disk full on /data\n" + kStamp + "ERR:  x\n" + kStamp +
+              "DBG:  100% %s%n -5 -\n"},
+         {"ku log trace a; ku log -- err --help", 0, "",
+          kStamp + "  a\n" + kStamp + "ERR:  --help\n"},
          {"ku log trace " + std::string(8127, 'x'), 1, "", "too long"},
          each_fails("log", {"warning x", "err", "--loud err x"}),
          each_fails("clock", {"--zone east", "--zone 25", "now"})});
@@ -81,14 +87,14 @@ TEST_F(KuTool, StrBase64AndHexGiveExactBytes)
     dir.write("t", "  Mixed Case \u00e9 \n\tTabbed \n  last line  ");
     // Only spaces are blanks: the tab stays.
     run({{"ku str upper < t; ku str lower < t; ku str trim < t", 0,
-          "  MIXED CASE \u00e9 \n\tTABBED \n  LAST LINE    mixed case \u00e9 \n\ttabbed \n  last line  "
-          "Mixed Case \u00e9\n\tTabbed\nlast line"},
+          "  MIXED CASE \u00e9 \n\tTABBED \n  LAST LINE    mixed case \u00e9 \n\ttabbed \n"
+          "  last line  Mixed Case \u00e9\n\tTabbed\nlast line"},
          {"ku str upper", 1, "", "zero byte", std::string("a\0b", 3)},
          {"printf foobar | ku b64 encode; printf fo | ku b64 encode; ku b64 encode", 0,
           "Zm9vYmFy\nZm8=\n\n"},
          {"ku b64 decode", 0, "foobar", "", "Zm9v\r\nYm\tFy  \n"},
-         {"for t in Zm9v! Zm9vY Zg= =Zm9 Zg==Zg== Zh==; do printf $t | ku b64 decode; echo $?; done", 0,
-          "1\n1\n1\n1\n1\n1\n", "(ku b64: input is not valid Base64\n){6}"},
+         {"for t in Zm9v! Zm9vY Zg= =Zm9 Zg==Zg== Zh==; do printf $t | ku b64 decode; echo $?; "
+          "done", 0, "1\n1\n1\n1\n1\n1\n", "(ku b64: input is not valid Base64\n){6}"},
          {"ku b64 decode", 1, "", "zero byte", std::string("Zm9v\0YmFy", 9)},
          // Padding ends the first 64 KiB chunk, a group follows in the next:
          // the first chunk's byte is out already when the fault shows.
@@ -106,6 +112,55 @@ TEST_F(KuTool, StrBase64AndHexGiveExactBytes)
     EXPECT_NE(ku({"str", "token"}).out, token.out);
 }
 
+// The stream commands on a device with little memory: an input 64 times
+// larger runs in the memory of a small one, which comes back whole through
+// the reverse command.
+TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
+{
+#ifdef KU_TEST_ASAN
+    GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine grow with the work done: "
+                    "the memory promise is held by the plain and the target builds";
+#endif
+    // The emulator runs the tool some twenty times slower; 8 copies still
+    // exceed the 4 MiB allowance in a command that holds its input.
+    const size_t copies = under_emulator() ? 8 : 64;
+    const std::vector<std::string> rows[][2] = {
+        {{"b64", "encode"}, {"b64", "decode"}}, {{"hex", "encode"}, {"hex", "decode"}},
+        {{"des", "encrypt"}, {"des", "decrypt"}}, {{"str", "upper"}, {"str", "lower"}},
+        {{"resample", "-", "-", "--from", "44100", "--to", "16000", "--channels", "2"}, {}}};
+    // 1 MiB or so of any bytes (lower-case lines for str), a multiple of 3
+    // and 8 bytes: copies of the Base64 text and the ciphertext decode too.
+    std::string bytes(456 * 2300, '\0'), text = bytes;
+    for (uint32_t i = 0, state = 2463534242u; i < bytes.size(); ++i) {
+        state ^= state << 13;
+        state ^= state >> 17;
+        state ^= state << 5;
+        bytes[i] = static_cast<char>(state >> 24);
+        text[i] = i % 61 == 60 ? '\n' : static_cast<char>('a' + state % 26);
+    }
+    bytes.back() = 'x';  // the Triple-DES padding takes zero bytes at the end with it
+    for (const auto &row : rows) {
+        const std::string &original = row[0][0] == "str" ? text : bytes;
+        std::string in = original;
+        for (const auto &args : row) {
+            if (args.empty())
+                continue;
+            std::ofstream(dir.file("small"), std::ios::binary) << in;
+            std::ofstream large(dir.file("large"), std::ios::binary);
+            // Triple-DES is slow enough that a quarter still shows any growth.
+            for (size_t i = 0; i < (args[0] == "des" ? copies / 4 : copies); ++i)
+                large << in;
+            large.close();
+            const auto big = ku(args, {"", {}, "", dir.file("large"), "/dev/null"});
+            const auto small = ku(args, {"", {}, "", dir.file("small"), dir.file("out")});
+            EXPECT_EQ(big.status + small.status, 0) << args[0] << big.err << small.err;
+            EXPECT_LE(big.peak_kib, small.peak_kib + 4096) << args[0] << ": " << small.peak_kib;
+            in = read_file(dir.file("out"));
+        }
+        EXPECT_TRUE(row[1].empty() || in == original) << row[0][0] << " changed the data";
+    }
+}
+
 TEST_F(KuTool, DesSealsWholeBlocks)
 {
     const std::string key = " 0123456789abcdeffedcba987654321089abcdef01234567";
@@ -120,7 +175,7 @@ TEST_F(KuTool, DesSealsWholeBlocks)
          {"printf 'attack at dawn!\\0' | openssl enc -des-ede3 -nopad -K" + key +
           " > o; printf 'attack at dawn!' | ku des encrypt --key" + key + " | cmp - o"},
          {"ku des decrypt", 1, "", "not whole 8-byte blocks", "123456789"},
-         each_fails("des", {"encrypt --key abcd", "encrypt -k" + key.substr(0, 48) + "g", "seal"})});
+         each_fails("des", {"encrypt --key abcd", "encrypt -k" + key.substr(0, 48) + "g", "x"})});
 }
 
 TEST_F(KuTool, JsonReadsAndWritesDottedPaths)
@@ -132,20 +187,22 @@ TEST_F(KuTool, JsonReadsAndWritesDottedPaths)
     dir.write("broken.json", "{\"a\": ");
     run({{"ku json print p.json; ku json print p.json b", 0,
           R"({"a":1,"b":[true,null],"e":{},"f":[],"g":"q\",{[:/"})" "\n[true,null]\n"},
-         {"ku json print --pretty p.json", 0, "{\n  \"a\": 1,\n  \"b\": [\n    true,\n    null\n  ],\n"
-                                              "  \"e\": {},\n  \"f\": [],\n  \"g\": \"q\\\",{[:/\"\n}\n"},
-         {"for k in name s.limits hosts.1.addr; do ku json get c.json $k; done; ku json get l.json 1.k",
-          0, "box\n{\"clients\":4}\n10.0.0.4\nv\n"},
+         {"ku json print --pretty p.json", 0,
+          "{\n  \"a\": 1,\n  \"b\": [\n    true,\n    null\n  ],\n  \"e\": {},\n  \"f\": [],\n"
+          "  \"g\": \"q\\\",{[:/\"\n}\n"},
+         {"for k in name s.limits hosts.1.addr; do ku json get c.json $k; done; "
+          "ku json get l.json 1", 0, "box\n{\"clients\":4}\n10.0.0.4\n{\"k\":\"v\"}\n"},
          {"ku json print absent.json", 1, "", "absent.json: No such file or directory"},
-         each_fails("json", {"get c.json x", "get c.json n", "get c.json hosts.2", "get c.json hosts.x",
-                             "get c.json port.x", "get broken.json a", "set broken.json a 1"}, 1),
+         each_fails("json", {"get c.json x", "get c.json n", "get c.json hosts.2",
+                             "get c.json port.x", "get c.json hosts.x", "get broken.json a",
+                             "set broken.json a 1"}, 1),
          each_fails("json", {"", "show c.json", "get c.json", "set c.json a", "get c.json a..b",
-                             "get --string c.json a", "get --pretty c.json a"}),
+                             "get -s c.json a", "get -p c.json a"}),
          // A replaced key moves behind the others; '/' stays bare.
          {R"(ku json set c.json n 4 && ku json set c.json f -1.5 && ku json set c.json t true &&
-             ku json set c.json j '{"x": 1}' && ku json set c.json s 'a b' && ku json del c.json hosts &&
-             ku json set c.json q '"q"' && ku json set -s c.json z 4 && ku json set c.json u/v w/x &&
-             cat c.json)", 0,
+             ku json set c.json j '{"x": 1}' && ku json set c.json s 'a b' &&
+             ku json del c.json hosts && ku json set c.json q '"q"' && ku json set -s c.json z 4 &&
+             ku json set c.json u/v w/x && cat c.json)", 0,
           R"({"name":"box","port":8080,"n":4,"f":-1.5,"t":true,"j":{"x":1},"s":"a b","q":"q",)"
           R"("z":"4","u/v":"w/x"})"},
          each_fails("json", {"set c.json k null", "set c.json k {broken", "set c.json port.x 3",
@@ -159,11 +216,12 @@ TEST_F(KuTool, JsonReadsAndWritesDottedPaths)
 
 TEST_F(KuTool, TableShowsAndEditsRows)
 {
-    const std::string r = "# if address\neth0 192.168.1.1 up\n\nwlan0   10.0.0.1\nbr\\ 0 172.16.0.1\n";
+    const std::string r = "# if\neth0 192.168.1.1 up\n\nwlan0   10.0.0.1\nbr\\ 0 172.16.9.9\n";
     dir.write("r", r);
     dir.write("one", "a 1\n");
     run({{"ku table show r; ku table get r 2 0; ku table get r 1", 0,
-          "0\teth0\t192.168.1.1\tup\n1\twlan0\t10.0.0.1\n2\tbr 0\t172.16.0.1\nbr 0\nwlan0\t10.0.0.1\n"},
+          "0\teth0\t192.168.1.1\tup\n1\twlan0\t10.0.0.1\n2\tbr 0\t172.16.9.9\nbr 0\n"
+          "wlan0\t10.0.0.1\n"},
          each_fails("table", {"get r 1 2", "get r 3", "delete r 3", "show absent", "append r x \\",
                               "append r #x y", "set r 0 0 #x"}, 1),
          {"ku table append r x 'two words'", 1, "", "holds a blank"},
@@ -173,15 +231,15 @@ TEST_F(KuTool, TableShowsAndEditsRows)
          {"ku table set r 0 2 down && ku table append r usb0 on && ku table delete r 2 && cat r", 0,
           "eth0 192.168.1.1 down \nwlan0 10.0.0.1 \nusb0 on \n"},
          {"ku table delete one 0 && cat one"},
-         each_fails("table", {"", "list r", "get r", "get r x", "get r -1", "set r 0 0", "append r"})});
+         each_fails("table", {"", "list r", "get r", "get r x", "get r -1", "set r 0 0"})});
 }
 
 TEST_F(KuTool, IniReadsAndReplacesValues)
 {
-    const std::string ini = "[net]\nip=192.168.1.5\nname= box one \n[dns]\nserver=8.8.8.8\nempty=\n";
+    const std::string ini = "[net]\nip=192.168.1.5\nname= box one \n[dns]\nserver=8.8.8.8\ne=\n";
     dir.write("s.ini", ini);
     // A section runs on past the next header.
-    run({{"ku ini get s.ini net name; ku ini get s.ini dns empty; ku ini get s.ini net server", 0,
+    run({{"ku ini get s.ini net name; ku ini get s.ini dns e; ku ini get s.ini net server", 0,
           " box one \n\n8.8.8.8\n"},
          each_fails("ini", {"get s.ini net gateway", "get s.ini wifi ip", "get s.ini dns ip",
                             "put s.ini net gateway 1", "get absent a b", "put absent a b c"}, 1),
@@ -206,8 +264,8 @@ TEST_F(KuTool, ResampleInterpolatesAndWritesWav)
     const std::string verbose = R"(ku resample: 4 frames of 2 channel\(s\) at 4 Hz \(WAV\) -> )"
                                 R"(6 mono samples at 8 Hz \(WAV\)\n)";
     // The last input sample waits for a next block that never comes.
-    run({{"ku resample - - --from 1 --to 4", 0, le({0, 25, 50, 75, 100, 125, 150, 175, 200, 225, 250, 275}),
-          "", le({0, 100, 200, 300})},
+    run({{"ku resample - - --from 1 --to 4", 0,
+          le({0, 25, 50, 75, 100, 125, 150, 175, 200, 225, 250, 275}), "", le({0, 100, 200, 300})},
          {"ku resample - - --from 3 --to 2", 0, le({0, 150, 300, 450, 600}), "",
           le({0, 100, 200, 300, 400, 500, 600, 700})},
          {"ku resample - - --from 22050 --to 22050", 0, le(ramp), "", le(ramp)},
@@ -216,9 +274,8 @@ TEST_F(KuTool, ResampleInterpolatesAndWritesWav)
           "${s:+--select} $s; done", 0, le({-3, -1, -3, -1, -4, 2, -3, 0, -3, 0, -3, 0})},
          {"ku resample st.wav o.wav --to 8 --select first -v && cat o.wav", 0,
           wav(8, 1, 16, le({0, 50, 100, 150, 200, 250})), verbose},
-         {"ku resample st.wav - --to 2 --select first", 0, le({0, 200})},
-         each_fails("resample", {"8bit.wav o --to 8", "quad.wav o --to 8", "st.wav o --from 44 --to 8",
-                                 "st.wav o --channels 1 --to 8", "cut.wav o --to 8",
+         each_fails("resample", {"8bit.wav o --to 8", "quad.wav o --to 8", "cut.wav o --to 8",
+                                 "st.wav o --from 44 --to 8", "st.wav o --channels 1 --to 8",
                                  "absent o --from 8 --to 4"}, 1),
          {"ku resample st.raw no/o --from 8 --to 4", 1, "", "no/o: No such file or directory"},
          each_fails("resample", {"st.raw o --to 8", "st.raw o --from 8", "st.raw o --from 0 --to 8",
@@ -236,10 +293,11 @@ TEST_F(KuTool, NetAndSock)
     run({{"ku net if lo; ku net local 127.0.0.1; ku net local 198.51.100.77", 0,
           "mac 00:00:00:00:00:00\nipv4 127.0.0.1\nlocal\nnot local\n"},
          {"ku net if nosuchif0", 1, "", "no interface 'nosuchif0'"},
-         each_fails("net", {"", "route", "if", "if eeeeeeeeeeeeeeee", "local 300.1.1.1", "local a"}),
-         {kWaitFor + "ku sock recv c.sock -n 2 --timeout 20 & wait_for '[ -S c.sock ]'; ku sock send "
-                     "c.sock hi; ku sock send c.sock 'a b'; wait; ku sock recv c.sock & wait_for "
-                     "'[ -S c.sock ]'; kill -INT $!; wait $!; echo $?; ls", 0, "hi\na b\n130\nplain\n"},
+         each_fails("net", {"", "route", "if", "if eeeeeeeeeeeeeeee", "local 300.1.1.1"}),
+         {kWaitFor + "ku sock recv c.sock -n 2 --timeout 20 & wait_for '[ -S c.sock ]'; ku sock "
+                     "send c.sock hi; ku sock send c.sock 'a b'; wait; ku sock recv c.sock & "
+                     "wait_for '[ -S c.sock ]'; kill -INT $!; wait $!; echo $?; ls", 0,
+          "hi\na b\n130\nplain\n"},
          {"ku sock connect 127.0.0.1 " + port, 0, "connected to 127.0.0.1:" + port + "\n"},
          // qemu-user hands SO_ERROR over untranslated: the tool names the host's errno.
          {"ku sock connect 127.0.0.1 " + free, 1, "", under_emulator() ? "" : "refused"},
@@ -262,21 +320,25 @@ TEST_F(KuTool, MdnsRunsDnsSdWithTheGivenValues)
     for (const auto &[name, body] : tools)
         chmod(dir.write(name, std::string("#!/bin/sh\n") + body + "\n").c_str(), 0755);
     dir.write("ps.txt", "101 root dns-sd -R box _http._tcp local 80\n"
-                        "102 root dns-sd -R cam _rtsp._tcp local 554\n103 root dns-sd -B _h._tcp local\n");
+                        "102 root dns-sd -R cam _r._tcp local 554\n"
+                        "103 root dns-sd -B _h._tcp local\n");
     // "dns-sd -R NAME _t local 80  &" has 25 bytes besides NAME: 230 fill the library's 255.
     const std::string name(230, 'n');
-    run({{"ku mdns register box _http._tcp local 8080 path=/index && ku mdns register box _ssh._tcp "
-          "local 22 && ku mdns browse _http._tcp local && ku mdns register " + name + " _t local 80"},
+    run({{"ku mdns register box _http._tcp local 8080 path=/index && ku mdns register box "
+          "_ssh._tcp local 22 && ku mdns browse _http._tcp local && ku mdns register " + name +
+          " _t local 80"},
          {"ku mdns register 'my box' _t local 80", 2},
-         each_fails("mdns", {"register a;b _t local 80", "register $(id) _t local 80", "deregister a\"b",
-                             "register " + name + "n _t local 80", "", "start", "register b _t local",
-                             "register b _t local http", "register b _t local 70000", "browse",
+         each_fails("mdns", {"register a;b t d 80", "register $(id) t d 80", "deregister a\"b",
+                             "register " + name + "n _t local 80", "", "start", "register b t d",
+                             "register b t d http", "register b t d 70000", "browse",
                              "register --browse b t d 1"}),
          // dns-sd runs in the background; an empty TXT leaves nothing.
-         {kWaitFor + R"x(wait_for '[ "$(cat dns-sd.log 2>&- | wc -l)" = 4 ]'; LC_ALL=C sort dns-sd.log)x",
+         {kWaitFor + R"x(wait_for '[ "$(cat dns-sd.log 2>&- | wc -l)" = 4 ]'; LC_ALL=C sort )x"
+                     "dns-sd.log",
           0, "-B|_http._tcp|local|\n-R|box|_http._tcp|local|8080|path=/index|\n"
              "-R|box|_ssh._tcp|local|22|\n-R|" + name + "|_t|local|80|\n"},
-         {"ku mdns deregister cam; ku mdns deregister; ku mdns deregister --browse; cat kill.log", 0,
+         {"ku mdns deregister cam; ku mdns deregister; ku mdns deregister --browse; cat kill.log",
+          0,
           "-9 102\n-9 101 102\n-9 103\n", "(" + kStamp + "DBG:  .*xargs kill -9\n){3}"}});
 }
 
@@ -287,12 +349,13 @@ TEST_F(KuTool, PluginLoadsOnlyAPluginOfItsName)
     // An empty prefix looks for NAME.so; the loader's lines come before the tool's.
     run({{"ku plugin" + at + " kuplug_ echo | sed 's/0x[0-9a-f]*$/0x/'", 0,
           "open " + file + " succeed\nplug-in 'echo' loaded from " + file + ", operations at 0x\n"},
-         {"cp " + file + " echo.so && ku plugin . '' echo | head -n 1", 0, "open ./echo.so succeed\n"},
+         {"cp " + file + " echo.so && ku plugin . '' echo | head -n 1", 0,
+          "open ./echo.so succeed\n"},
          {"ku plugin" + at + " kuplug_ absent 2>&1; echo $?", 0, "access " + absent +
           " failed\nku plugin: cannot load plug-in 'absent' from " + absent + "\n1\n"},
-         {"echo text > plug_t.so; (ku plugin" + at + " kuplug_ liar; ku plugin" + at + " kuplug_ empty;"
-          " ku plugin . plug_ t) 2>&1 | grep -c -e '\"other\"' -e 'ops not found' -e 'dlopen failed' "
-          "-e '^ku plugin: '", 0, "6\n"},
+         {"echo text > plug_t.so; (ku plugin" + at + " kuplug_ liar; ku plugin" + at +
+          " kuplug_ empty; ku plugin . plug_ t) 2>&1 | grep -c -e '\"other\"' -e 'ops not found' "
+          "-e 'dlopen failed' -e '^ku plugin: '", 0, "6\n"},
          each_fails("plugin", {". kuplug_", ". p echo more"}),
          {"ku plugin . p ''", 2}});
 }
@@ -318,8 +381,8 @@ TEST_F(KuTool, FetchStreamsAndSendsWhatItIsTold)
     const std::string hello = ScriptServer::response(200, "OK", "hello\n", "X-Answer: 42\r\n");
     ScriptServer server(answer_with(hello));
     ScriptServer gone(answer_with(ScriptServer::response(404, "Not Found", "gone\n")));
-    run({{kWaitFor + "ku fetch " + halves.url("/h") + " > o & wait_for '[ \"$(cat o)\" = \"hi, \" ]' "
-                     "&& touch go; wait; cat o", 0, "hi, world\n"},
+    run({{kWaitFor + "ku fetch " + halves.url("/h") + " > o & wait_for '[ \"$(cat o)\" = "
+                     "\"hi, \" ]' && touch go; wait; cat o", 0, "hi, world\n"},
          {"ku fetch " + blob.url("/blob") + " -o out && cmp out body"},
          {"ku fetch -i " + server.url("/"), 0, hello},
          {"ku fetch " + server.url("/") + " --post 'a=1&b=2' -H 'X-One: 1' --header 'X-Two: 2'", 0,
@@ -330,7 +393,8 @@ TEST_F(KuTool, FetchStreamsAndSendsWhatItIsTold)
     EXPECT_EQ(halves.requests().at(0).method + " " + halves.requests().at(0).target, "GET /h");
     EXPECT_EQ(gone.requests().size(), 1u);  // none for the file that cannot be written
     const auto post = server.requests().at(1);
-    EXPECT_EQ(post.method + post.body + post.header("X-One") + post.header("X-Two"), "POSTa=1&b=212");
+    EXPECT_EQ(post.method + post.body + post.header("X-One") + post.header("X-Two"),
+              "POSTa=1&b=212");
     EXPECT_NE(ku({"fetch", "-v", server.url("/")}).err.find("curl_multi_perform CURLMSG_DONE"),
               std::string::npos);
 }
@@ -339,24 +403,25 @@ TEST_F(KuTool, FetchStreamsAndSendsWhatItIsTold)
 TEST_F(KuTool, FetchFailuresSayWhy)
 {
     ScriptServer not_found(answer_with(ScriptServer::response(404, "Not Found", "gone\n")));
-    ScriptServer moved(answer_with(ScriptServer::response(302, "Found", "", "Location: /elsewhere\r\n")));
+    ScriptServer moved(answer_with(ScriptServer::response(302, "Found", "", "Location: /b\r\n")));
     ScriptServer cut(answer_with("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly this"));
     // The head, then a stall until the test ends: only the time limit ends it.
     ScriptServer stall(trickle("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n", 0, 0));
     // Plain text where a TLS handshake should begin.
-    ScriptServer plain([](ScriptConnection &connection) { connection.send("HTTP/1.1 400 No\r\n\r\n"); });
+    ScriptServer plain([](ScriptConnection &connection) { connection.send("HTTP/1.1 4\r\n\r\n"); });
     const std::string port = std::to_string(plain.port());
     const std::string free = std::to_string(free_loopback_port()), url = "http://127.0.0.1:" + free;
     std::vector<Step> steps = {
         {"ku fetch " + not_found.url("/"), 1, "gone\n", "server answered 'HTTP/1.1 404 Not Found'"},
-        {"ku fetch " + moved.url("/old"), 1, "", "see /elsewhere"},
+        {"ku fetch " + moved.url("/old"), 1, "", "see /b \\(redirects are not followed"},
         {"ku fetch " + cut.url("/"), 1, "only this", "transfer cut short: got 9 of 100 bytes"},
-        {"ku fetch " + stall.url("/") + " --timeout 1", 1, "", "timed out after 1 s: got 0 of 9 bytes"},
+        {"ku fetch " + stall.url("/") + " --timeout 1", 1, "", "timed out after 1 s: got 0 of 9 "},
         {"ku fetch " + url, 1, "", "cannot connect to 127.0.0.1 port " + free},
         {"ku fetch https://127.0.0.1:" + port, 1, "", "TLS handshake with 127.0.0.1 port " + port},
         {"ku fetch " + url + " -H 'no colon'", 2},
-        each_fails("fetch", {"", url + " " + url, url + " --timeout 0", url + " --size lots", url + " -o",
-                             url + " --resume", "ftp" + not_found.url("/").substr(4), "file:///a"})};
+        each_fails("fetch", {"", url + " " + url, url + " --timeout 0", url + " --size lots",
+                             url + " -o", url + " --resume", "ftp" + not_found.url("/").substr(4),
+                             "file:///a"})};
     if (kInNamespaces)  // a lookup may only fail where it cannot leave the machine
         steps.push_back({"ku fetch http://no-such-host.invalid/", 1, "", "cannot resolve host"});
     run(steps);
