@@ -1,5 +1,5 @@
 // Runs a program as a child process the way a shell user would: bytes in on
-// stdin, stdout and stderr captured apart; the exit status and peak memory back.
+// stdin, stdout and stderr caught apart; the exit status and peak memory back.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 namespace ku_test {
 
 struct ProcessOptions {
-    std::string input{};                // written to stdin, which is then closed
+    std::string input{};                // the child's stdin
     std::vector<std::string> env{};     // "NAME=VALUE" on top of ours; PATH finds the program
     std::string cwd{};                  // working directory; empty: ours
     std::string in_file{}, out_file{};  // stdin from, stdout to these files instead
