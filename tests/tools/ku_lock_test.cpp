@@ -1,35 +1,32 @@
 // ku lock against the plock stand-in, preloaded in front of each ku run: on
 // a machine without the driver, whether the node is there or not, every
 // action fails with one line that says so; with the driver, status answers.
-#include <gtest/gtest.h>
-
 #include "ku_tool.h"
 #include "support/emulator.h"
 
 namespace {
 
-using KuLock = ku_test::KuTool;
+using namespace ku_test;
 
 std::vector<std::string> machine(const std::string &name)
 {
     // Under the emulator the preload is the target's, not the emulator's own.
-    std::vector<std::string> env = {std::string(ku_test::under_emulator() ? "QEMU_SET_ENV=" : "") +
-                                        "LD_PRELOAD=" KU_PLOCK_PRELOAD, "KU_PLOCK_STANDIN=" + name};
+    return {std::string(under_emulator() ? "QEMU_SET_ENV=" : "") + "LD_PRELOAD=" KU_PLOCK_PRELOAD,
 #ifdef KU_TEST_ASAN
-    env.push_back("ASAN_OPTIONS=verify_asan_link_order=0");  // the stand-in comes before the runtime
+            "ASAN_OPTIONS=verify_asan_link_order=0",  // the stand-in comes before the runtime
 #endif
-    return env;
+            "KU_PLOCK_STANDIN=" + name};
 }
 
-TEST_F(KuLock, EveryActionFailsWithoutTheDriver)
+TEST_F(KuTool, EveryLockActionFailsWithoutTheDriver)
 {
-    for (const auto &[name, reason] : {std::pair{"none", "No such file or directory"},
-                                       {"node", "No such device or address"}})
+    for (const auto &[name, why] : {std::pair{"none", "No such file or directory"},
+                                    {"node", "No such device or address"}})
         run({{"for a in take release status; do ku lock $a; echo $?; done", 0, "1\n1\n1\n",
-              std::string("(ku lock: /dev/plock cannot be opened: ") + reason + ".*\n){3}"}},
+              std::string("(ku lock: /dev/plock cannot be opened: ") + why + ".*\n){3}"}},
             machine(name));
     run({{"ku lock status && ku lock take", 0, "unlocked\n"}}, machine("driver"));
-    run({ku_test::each_fails("lock", {"", "grab", "take now"})});
+    run({each_fails("lock", {"", "grab", "take now"})});
 }
 
 }  // namespace

@@ -17,9 +17,9 @@ inline ProcessResult ku(std::vector<std::string> args, const ProcessOptions &opt
     return run_process(args, options);
 }
 
-// A shell line and what it gives. When it fails, "ku NAME ..." has written
-// one line "ku NAME: ..." in which the regular expression `err` is found;
-// else stderr matches `err` whole.
+// A shell line and what it gives. Failed, its "ku NAME" has written one line
+// "ku NAME: ..." in which the regular expression `err` is found; else stderr
+// matches `err` whole.
 struct Step {
     std::string line;
     int status = 0;
@@ -38,10 +38,9 @@ inline Step each_fails(const std::string &name, const std::vector<std::string> &
     return step;
 }
 
-// Each test has a private directory, where its steps run with the tool and
-// the directory itself first on PATH.
-class KuTool : public ::testing::Test {
-protected:
+// A test's steps run in its private directory, with the tool and the
+// directory itself first on PATH.
+struct KuTool : ::testing::Test {
     void SetUp() override
     {
         if (std::string(KU_TOOL_PATH).empty())
@@ -50,21 +49,19 @@ protected:
 
     void run(const std::vector<Step> &steps, std::vector<std::string> env = {}) const
     {
-        const std::string tool = KU_TOOL_PATH;
-        ProcessOptions options{"", std::move(env), dir.path()};
-        options.env.push_back("PATH=" + tool.substr(0, tool.rfind('/')) + ":" + dir.path() + ":" +
-                              getenv("PATH"));
+        const std::string tool = KU_TOOL_PATH, path = tool.substr(0, tool.rfind('/'));
+        env.push_back("PATH=" + path + ":" + dir.path() + ":" + getenv("PATH"));
         for (const Step &step : steps) {
             SCOPED_TRACE(step.line.substr(0, 300));
-            options.input = step.in;
-            const auto result = run_process({"sh", "-c", step.line}, options);
-            EXPECT_EQ(result.status, step.status) << result.err;
-            EXPECT_TRUE(result.out == step.out) << result.out.substr(0, 400);
+            const auto result = run_process({"sh", "-c", step.line}, {step.in, env, dir.path()});
             std::smatch name;
             std::regex_search(step.line, name, std::regex("ku ([a-z0-9]+)"));
-            EXPECT_TRUE(step.status == 0 ? std::regex_match(result.err, std::regex(step.err))
-                                         : std::regex_match(result.err, std::regex("ku " + name.str(1) + ": .*\n")) &&
-                                               std::regex_search(result.err, std::regex(step.err)))
+            const std::regex line("ku " + name.str(1) + ": .*\n"), err(step.err);
+            EXPECT_EQ(result.status, step.status) << result.err;
+            EXPECT_TRUE(result.out == step.out) << result.out.substr(0, 400);
+            EXPECT_TRUE(step.status == 0 ? std::regex_match(result.err, err)
+                                         : std::regex_match(result.err, line) &&
+                                               std::regex_search(result.err, err))
                 << result.err;
         }
     }

@@ -42,16 +42,13 @@ std::string wav(int rate, int channels, int bits, const std::string &data)
 
 TEST_F(KuTool, HelpListsEveryCommandAndEachGivesItsUsage)
 {
-    const std::string names =
-        "b64 clock des fetch hex ini json lock log mdns net plugin resample sock str table\n";
-    run({{"ku -h | sed -n '/^commands:/,/^$/s/^  \\([a-z0-9]*\\) .*/\\1/p' | sort | xargs", 0,
-          names},
-         {"for c in " + names + "do ku $c --help | head -n 1 | cut -d ' ' -f 3; done | xargs", 0,
-          names},
-         {"ku x; ku 2>&1 | head -n 1; for a in '' x '--version x'; do ku $a 2>&-; echo $?; done", 0,
-          "usage: ku COMMAND [ARGS...]\n2\n2\n2\n",
-          "ku: unknown command 'x' \\(try 'ku --help'\\)\n"},
-         {"ku --version | grep -cx 'ku [0-9]*\\.[0-9]*\\.[0-9]*'", 0, "1\n"}});
+    run({{"for c in $(ku -h | sed -n '/^commands:/,/^$/s/^  \\([a-z0-9]*\\) .*/\\1/p'); do "
+          "ku $c --help | head -n 1 | cut -d ' ' -f 3; done | sort | xargs", 0,
+          "b64 clock des fetch hex ini json lock log mdns net plugin resample sock str table\n"},
+         {"ku x; ku 2>&1 | head -n 1; for a in '' x '--version x'; do ku $a 2>&-; echo $?; done; "
+          "ku --version | grep -cx 'ku [0-9]*\\.[0-9]*\\.[0-9]*'", 0,
+          "usage: ku COMMAND [ARGS...]\n2\n2\n2\n1\n",
+          "ku: unknown command 'x' \\(try 'ku --help'\\)\n"}});
 }
 
 TEST_F(KuTool, LogAndClock)
@@ -72,14 +69,11 @@ TEST_F(KuTool, LogAndClock)
     // The log carries at most 8127 characters; the newline is one of them.
     const auto longest = ku({"log", "trace", std::string(8126, 'x')});
     EXPECT_EQ(longest.err.size() - longest.err.find("]  ") - 3, 8127u);
-    run({{"ku log err disk full 'on /data'; ku log error x; ku log debug 100% %s%n -5 -", 0, "",
-          kStamp + "ERR:  disk full on /data\n" + kStamp + "ERR:  x\n" + kStamp +
-              "DBG:  100% %s%n -5 -\n"},
-         {"ku log trace a; ku log -- err --help", 0, "",
-          kStamp + "  a\n" + kStamp + "ERR:  --help\n"},
+    run({{"ku log err disk full 'on /data'; ku log debug 100% %s%n -5 -; ku log -- error --help; "
+          "ku log trace a", 0, "", kStamp + "ERR:  disk full on /data\n" + kStamp +
+          "DBG:  100% %s%n -5 -\n" + kStamp + "ERR:  --help\n" + kStamp + "  a\n"},
          {"ku log trace " + std::string(8127, 'x'), 1, "", "too long"},
-         each_fails("log", {"warning x", "err", "--loud err x"}),
-         each_fails("clock", {"--zone east", "--zone 25", "now"})});
+         each_fails("log", {"warning x", "err"}), each_fails("clock", {"--zone 25", "now"})});
 }
 
 TEST_F(KuTool, StrBase64AndHexGiveExactBytes)
@@ -105,11 +99,9 @@ TEST_F(KuTool, StrBase64AndHexGiveExactBytes)
          // The library's digit rule would read ':' as 10; a user meant no such thing.
          {"for t in abc 0g 1:; do printf $t | ku hex decode; echo $?; done", 0, "1\n1\n1\n",
           "(ku hex: .*\n){3}"},
-         each_fails("str", {"reverse", ""}),
-         each_fails("b64", {"", "encrypt", "encode extra", "--wrap encode"})});
-    const auto token = ku({"str", "token"});
-    EXPECT_TRUE(std::regex_match(token.out, std::regex("[0-9a-f]{1,16}\n"))) << token.out;
-    EXPECT_NE(ku({"str", "token"}).out, token.out);
+         {"a=$(ku str token); [ $a != $(ku str token) ] && echo $a | grep -cx '[0-9a-f]\\{1,16\\}'",
+          0, "1\n"},
+         each_fails("str", {"reverse", ""}), each_fails("b64", {"", "encrypt", "encode extra"})});
 }
 
 // The stream commands on a device with little memory: an input 64 times
@@ -131,12 +123,10 @@ TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
     // 1 MiB or so of any bytes (lower-case lines for str), a multiple of 3
     // and 8 bytes: copies of the Base64 text and the ciphertext decode too.
     std::string bytes(456 * 2300, '\0'), text = bytes;
-    for (uint32_t i = 0, state = 2463534242u; i < bytes.size(); ++i) {
-        state ^= state << 13;
-        state ^= state >> 17;
-        state ^= state << 5;
+    for (uint32_t i = 0, state = 1; i < bytes.size(); ++i) {
+        state = state * 1664525u + 1013904223u;
         bytes[i] = static_cast<char>(state >> 24);
-        text[i] = i % 61 == 60 ? '\n' : static_cast<char>('a' + state % 26);
+        text[i] = i % 61 == 60 ? '\n' : static_cast<char>('a' + (state >> 16) % 26);
     }
     bytes.back() = 'x';  // the Triple-DES padding takes zero bytes at the end with it
     for (const auto &row : rows) {
@@ -172,8 +162,6 @@ TEST_F(KuTool, DesSealsWholeBlocks)
           std::string("a\0b\377x", 5)},
          {"printf abc | ku des encrypt | ku des decrypt --raw", 0, std::string("abc\0\0\0\0\0", 8)},
          {"printf s | ku des encrypt > a; printf s | ku des encrypt -k" + key_enc + " | cmp - a"},
-         {"printf 'attack at dawn!\\0' | openssl enc -des-ede3 -nopad -K" + key +
-          " > o; printf 'attack at dawn!' | ku des encrypt --key" + key + " | cmp - o"},
          {"ku des decrypt", 1, "", "not whole 8-byte blocks", "123456789"},
          each_fails("des", {"encrypt --key abcd", "encrypt -k" + key.substr(0, 48) + "g", "x"})});
 }
@@ -266,8 +254,6 @@ TEST_F(KuTool, ResampleInterpolatesAndWritesWav)
     // The last input sample waits for a next block that never comes.
     run({{"ku resample - - --from 1 --to 4", 0,
           le({0, 25, 50, 75, 100, 125, 150, 175, 200, 225, 250, 275}), "", le({0, 100, 200, 300})},
-         {"ku resample - - --from 3 --to 2", 0, le({0, 150, 300, 450, 600}), "",
-          le({0, 100, 200, 300, 400, 500, 600, 700})},
          {"ku resample - - --from 22050 --to 22050", 0, le(ramp), "", le(ramp)},
          // Frames (-3, -4) and (-1, 2) at equal rates; the default mixes the first two.
          {"for s in first 1 second mix 0 ''; do ku resample st.raw - --from 8 --to 8 --channels 2 "
@@ -327,19 +313,16 @@ TEST_F(KuTool, MdnsRunsDnsSdWithTheGivenValues)
     run({{"ku mdns register box _http._tcp local 8080 path=/index && ku mdns register box "
           "_ssh._tcp local 22 && ku mdns browse _http._tcp local && ku mdns register " + name +
           " _t local 80"},
-         {"ku mdns register 'my box' _t local 80", 2},
-         each_fails("mdns", {"register a;b t d 80", "register $(id) t d 80", "deregister a\"b",
-                             "register " + name + "n _t local 80", "", "start", "register b t d",
-                             "register b t d http", "register b t d 70000", "browse",
-                             "register --browse b t d 1"}),
+         each_fails("mdns", {"register a;b t d 80", "register $(id) t d 80", "deregister a\"b", "",
+                             "register " + name + "n _t local 80", "start", "register b t d",
+                             "register b t d 70000", "browse", "register --browse b t d 1"}),
          // dns-sd runs in the background; an empty TXT leaves nothing.
          {kWaitFor + R"x(wait_for '[ "$(cat dns-sd.log 2>&- | wc -l)" = 4 ]'; LC_ALL=C sort )x"
                      "dns-sd.log",
           0, "-B|_http._tcp|local|\n-R|box|_http._tcp|local|8080|path=/index|\n"
              "-R|box|_ssh._tcp|local|22|\n-R|" + name + "|_t|local|80|\n"},
          {"ku mdns deregister cam; ku mdns deregister; ku mdns deregister --browse; cat kill.log",
-          0,
-          "-9 102\n-9 101 102\n-9 103\n", "(" + kStamp + "DBG:  .*xargs kill -9\n){3}"}});
+          0, "-9 102\n-9 101 102\n-9 103\n", "(" + kStamp + "DBG:  .*xargs kill -9\n){3}"}});
 }
 
 TEST_F(KuTool, PluginLoadsOnlyAPluginOfItsName)
@@ -378,23 +361,24 @@ TEST_F(KuTool, FetchStreamsAndSendsWhatItIsTold)
     dir.write("body", body);
     dir.write("page", "old\n");
     ScriptServer blob(answer_with(ScriptServer::response(200, "OK", body)));
-    const std::string hello = ScriptServer::response(200, "OK", "hello\n", "X-Answer: 42\r\n");
-    ScriptServer server(answer_with(hello));
+    // It answers with what it was asked.
+    ScriptServer server([](ScriptConnection &connection) {
+        HttpRequest q;
+        if (connection.read_request(&q))
+            connection.send(ScriptServer::response(
+                200, "OK", q.method + q.target + q.body + q.header("X-1") + q.header("X-2"), "X: 4\r\n"));
+    });
     ScriptServer gone(answer_with(ScriptServer::response(404, "Not Found", "gone\n")));
     run({{kWaitFor + "ku fetch " + halves.url("/h") + " > o & wait_for '[ \"$(cat o)\" = "
                      "\"hi, \" ]' && touch go; wait; cat o", 0, "hi, world\n"},
          {"ku fetch " + blob.url("/blob") + " -o out && cmp out body"},
-         {"ku fetch -i " + server.url("/"), 0, hello},
-         {"ku fetch " + server.url("/") + " --post 'a=1&b=2' -H 'X-One: 1' --header 'X-Two: 2'", 0,
-          "hello\n"},
+         {"ku fetch -i " + server.url("/i"), 0, ScriptServer::response(200, "OK", "GET/i", "X: 4\r\n")},
+         {"ku fetch " + server.url("/p") + " --post 'a=1&b=2' -H 'X-1: 1' --header 'X-2: 2'", 0,
+          "POST/pa=1&b=212"},
          {"ku fetch " + gone.url("/missing") + " -o page", 1, "", "404 Not Found"},
          {"ku fetch " + gone.url("/") + " -o no/such/dir/f", 1},
          {"rm go o out body; ls; cat page", 0, "page\nold\n"}});
-    EXPECT_EQ(halves.requests().at(0).method + " " + halves.requests().at(0).target, "GET /h");
     EXPECT_EQ(gone.requests().size(), 1u);  // none for the file that cannot be written
-    const auto post = server.requests().at(1);
-    EXPECT_EQ(post.method + post.body + post.header("X-One") + post.header("X-Two"),
-              "POSTa=1&b=212");
     EXPECT_NE(ku({"fetch", "-v", server.url("/")}).err.find("curl_multi_perform CURLMSG_DONE"),
               std::string::npos);
 }
