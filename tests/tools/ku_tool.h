@@ -11,12 +11,6 @@
 
 namespace ku_test {
 
-inline ProcessResult ku(std::vector<std::string> args, const ProcessOptions &options = {})
-{
-    args.insert(args.begin(), KU_TOOL_PATH);
-    return run_process(args, options);
-}
-
 // A shell line and what it gives. Failed, its "ku NAME" has written one line
 // "ku NAME: ..." in which the regular expression `err` is found; else stderr
 // matches `err` whole.

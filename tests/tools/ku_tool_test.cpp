@@ -40,7 +40,7 @@ std::string wav(int rate, int channels, int bits, const std::string &data)
            le({size}, 4) + data;
 }
 
-TEST_F(KuTool, HelpListsEveryCommandAndEachGivesItsUsage)
+TEST_F(KuTool, HelpLogAndClock)
 {
     run({{"for c in $(ku -h | sed -n '/^commands:/,/^$/s/^  \\([a-z0-9]*\\) .*/\\1/p'); do "
           "ku $c --help | head -n 1 | cut -d ' ' -f 3; done | sort | xargs", 0,
@@ -49,12 +49,8 @@ TEST_F(KuTool, HelpListsEveryCommandAndEachGivesItsUsage)
           "ku --version | grep -cx 'ku [0-9]*\\.[0-9]*\\.[0-9]*'", 0,
           "usage: ku COMMAND [ARGS...]\n2\n2\n2\n1\n",
           "ku: unknown command 'x' \\(try 'ku --help'\\)\n"}});
-}
-
-TEST_F(KuTool, LogAndClock)
-{
     const time_t before = time(nullptr);
-    const auto clock = ku({"clock", "--zone", "2"});
+    const auto clock = run_process({KU_TOOL_PATH, "clock", "--zone", "2"});
     std::smatch m;
     const std::regex lines("monotonic_s [0-9]+\nmonotonic_ms [0-9]+\nmonotonic_us [0-9]+\n"
                            "monotonic_ns [0-9]+\nutc ([0-9]+) (.*)\nlocal ([0-9]+) .*\n");
@@ -67,7 +63,7 @@ TEST_F(KuTool, LogAndClock)
     // Two hours ahead, in the library's single-precision steps of 128 s.
     EXPECT_NEAR(std::stod(m[3]) - static_cast<double>(utc), 7200.0, 128.0);
     // The log carries at most 8127 characters; the newline is one of them.
-    const auto longest = ku({"log", "trace", std::string(8126, 'x')});
+    const auto longest = run_process({KU_TOOL_PATH, "log", "trace", std::string(8126, 'x')});
     EXPECT_EQ(longest.err.size() - longest.err.find("]  ") - 3, 8127u);
     run({{"ku log err disk full 'on /data'; ku log debug 100% %s%n -5 -; ku log -- error --help; "
           "ku log trace a", 0, "", kStamp + "ERR:  disk full on /data\n" + kStamp +
@@ -76,7 +72,7 @@ TEST_F(KuTool, LogAndClock)
          each_fails("log", {"warning x", "err"}), each_fails("clock", {"--zone 25", "now"})});
 }
 
-TEST_F(KuTool, StrBase64AndHexGiveExactBytes)
+TEST_F(KuTool, CodecsGiveExactBytes)
 {
     dir.write("t", "  Mixed Case \u00e9 \n\tTabbed \n  last line  ");
     // Only spaces are blanks: the tab stays.
@@ -90,8 +86,7 @@ TEST_F(KuTool, StrBase64AndHexGiveExactBytes)
          {"for t in Zm9v! Zm9vY Zg= =Zm9 Zg==Zg== Zh==; do printf $t | ku b64 decode; echo $?; "
           "done", 0, "1\n1\n1\n1\n1\n1\n", "(ku b64: input is not valid Base64\n){6}"},
          {"ku b64 decode", 1, "", "zero byte", std::string("Zm9v\0YmFy", 9)},
-         // Padding ends the first 64 KiB chunk, a group follows in the next:
-         // the first chunk's byte is out already when the fault shows.
+         // Padding ends the first 64 KiB chunk: that chunk's byte is out when the fault shows.
          {"ku b64 decode", 1, "f", "not valid", std::string(65532, ' ') + "Zg==Zg=="},
          {"ku hex encode", 0, "00AB7F\n", "", std::string("\0\xab\x7f", 3)},
          {"ku hex decode", 0, std::string("\0\xab\xcd\xef", 4), "", "00ab\nCD ef\n"},
@@ -102,57 +97,6 @@ TEST_F(KuTool, StrBase64AndHexGiveExactBytes)
          {"a=$(ku str token); [ $a != $(ku str token) ] && echo $a | grep -cx '[0-9a-f]\\{1,16\\}'",
           0, "1\n"},
          each_fails("str", {"reverse", ""}), each_fails("b64", {"", "encrypt", "encode extra"})});
-}
-
-// The stream commands on a device with little memory: an input 64 times
-// larger runs in the memory of a small one, which comes back whole through
-// the reverse command.
-TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
-{
-#ifdef KU_TEST_ASAN
-    GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine grow with the work done: "
-                    "the memory promise is held by the plain and the target builds";
-#endif
-    // The emulator runs the tool some twenty times slower; 8 copies still
-    // exceed the 4 MiB allowance in a command that holds its input.
-    const size_t copies = under_emulator() ? 8 : 64;
-    const std::vector<std::string> rows[][2] = {
-        {{"b64", "encode"}, {"b64", "decode"}}, {{"hex", "encode"}, {"hex", "decode"}},
-        {{"des", "encrypt"}, {"des", "decrypt"}}, {{"str", "upper"}, {"str", "lower"}},
-        {{"resample", "-", "-", "--from", "44100", "--to", "16000", "--channels", "2"}, {}}};
-    // 1 MiB or so of any bytes (lower-case lines for str), a multiple of 3
-    // and 8 bytes: copies of the Base64 text and the ciphertext decode too.
-    std::string bytes(456 * 2300, '\0'), text = bytes;
-    for (uint32_t i = 0, state = 1; i < bytes.size(); ++i) {
-        state = state * 1664525u + 1013904223u;
-        bytes[i] = static_cast<char>(state >> 24);
-        text[i] = i % 61 == 60 ? '\n' : static_cast<char>('a' + (state >> 16) % 26);
-    }
-    bytes.back() = 'x';  // the Triple-DES padding takes zero bytes at the end with it
-    for (const auto &row : rows) {
-        const std::string &original = row[0][0] == "str" ? text : bytes;
-        std::string in = original;
-        for (const auto &args : row) {
-            if (args.empty())
-                continue;
-            std::ofstream(dir.file("small"), std::ios::binary) << in;
-            std::ofstream large(dir.file("large"), std::ios::binary);
-            // Triple-DES is slow enough that a quarter still shows any growth.
-            for (size_t i = 0; i < (args[0] == "des" ? copies / 4 : copies); ++i)
-                large << in;
-            large.close();
-            const auto big = ku(args, {"", {}, "", dir.file("large"), "/dev/null"});
-            const auto small = ku(args, {"", {}, "", dir.file("small"), dir.file("out")});
-            EXPECT_EQ(big.status + small.status, 0) << args[0] << big.err << small.err;
-            EXPECT_LE(big.peak_kib, small.peak_kib + 4096) << args[0] << ": " << small.peak_kib;
-            in = read_file(dir.file("out"));
-        }
-        EXPECT_TRUE(row[1].empty() || in == original) << row[0][0] << " changed the data";
-    }
-}
-
-TEST_F(KuTool, DesSealsWholeBlocks)
-{
     const std::string key = " 0123456789abcdeffedcba987654321089abcdef01234567";
     const std::string key_enc = " 3ca957e106d48b72912ef04d68b71ac53ca957e106d48b72";  // the default
     run({{"for t in '' 1234567 12345678; do printf \"$t\" | ku des encrypt | wc -c; done", 0,
@@ -164,6 +108,47 @@ TEST_F(KuTool, DesSealsWholeBlocks)
          {"printf s | ku des encrypt > a; printf s | ku des encrypt -k" + key_enc + " | cmp - a"},
          {"ku des decrypt", 1, "", "not whole 8-byte blocks", "123456789"},
          each_fails("des", {"encrypt --key abcd", "encrypt -k" + key.substr(0, 48) + "g", "x"})});
+}
+
+// On a device with little memory an input 64 times larger runs in the memory
+// of a small one, which comes back whole through the reverse command.
+TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
+{
+#ifdef KU_TEST_ASAN
+    GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine grow with the work done: "
+                    "the memory promise is held by the plain and the target builds";
+#endif
+    const size_t copies = under_emulator() ? 8 : 64;  // still past 4 MiB, 20 times slower
+    const std::vector<std::string> rows[][2] = {
+        {{"b64", "encode"}, {"b64", "decode"}}, {{"hex", "encode"}, {"hex", "decode"}},
+        {{"des", "encrypt"}, {"des", "decrypt"}}, {{"str", "upper"}, {"str", "lower"}},
+        {{"resample", "-", "-", "--from", "44100", "--to", "16000", "--channels", "2"}, {}}};
+    // Lower-case lines of 1 MiB, a multiple of 3 and 8 bytes: copies of the
+    // Base64 text and the ciphertext decode too.
+    std::string text(456 * 2300, '\n');
+    for (uint32_t i = 0, state = 1; i < text.size(); ++i, state = state * 1664525u + 1013904223u)
+        text[i] = i % 61 == 60 ? '\n' : static_cast<char>('a' + (state >> 16) % 26);
+    for (const auto &row : rows) {
+        std::string in = text;
+        for (const auto &args : row) {
+            if (args.empty())
+                continue;
+            std::ofstream(dir.file("small"), std::ios::binary) << in;
+            std::ofstream large(dir.file("large"), std::ios::binary);
+            // Triple-DES is slow enough that a quarter still shows any growth.
+            for (size_t i = 0; i < (args[0] == "des" ? copies / 4 : copies); ++i)
+                large << in;
+            large.close();
+            std::vector<std::string> argv = args;
+            argv.insert(argv.begin(), KU_TOOL_PATH);
+            const auto big = run_process(argv, {"", {}, "", dir.file("large"), "/dev/null"});
+            const auto small = run_process(argv, {"", {}, "", dir.file("small"), dir.file("out")});
+            EXPECT_EQ(big.status + small.status, 0) << args[0] << big.err << small.err;
+            EXPECT_LE(big.peak_kib, small.peak_kib + 4096) << args[0] << ": " << small.peak_kib;
+            in = read_file(dir.file("out"));
+        }
+        EXPECT_TRUE(row[1].empty() || in == text) << row[0][0] << " changed the data";
+    }
 }
 
 TEST_F(KuTool, JsonReadsAndWritesDottedPaths)
@@ -202,7 +187,7 @@ TEST_F(KuTool, JsonReadsAndWritesDottedPaths)
          {"ku json set 'x/a b/n.json' l.0 3", 1, "", "only object fields"}});
 }
 
-TEST_F(KuTool, TableShowsAndEditsRows)
+TEST_F(KuTool, TableAndIniEditFiles)
 {
     const std::string r = "# if\neth0 192.168.1.1 up\n\nwlan0   10.0.0.1\nbr\\ 0 172.16.9.9\n";
     dir.write("r", r);
@@ -220,10 +205,6 @@ TEST_F(KuTool, TableShowsAndEditsRows)
           "eth0 192.168.1.1 down \nwlan0 10.0.0.1 \nusb0 on \n"},
          {"ku table delete one 0 && cat one"},
          each_fails("table", {"", "list r", "get r", "get r x", "get r -1", "set r 0 0"})});
-}
-
-TEST_F(KuTool, IniReadsAndReplacesValues)
-{
     const std::string ini = "[net]\nip=192.168.1.5\nname= box one \n[dns]\nserver=8.8.8.8\ne=\n";
     dir.write("s.ini", ini);
     // A section runs on past the next header.
@@ -236,7 +217,7 @@ TEST_F(KuTool, IniReadsAndReplacesValues)
                             "put s.ini net ip " + std::string(1020, 'v')}),
          {"ku ini put s.ini net ip 'two\nlines'", 2},
          {"ku ini put s.ini net ip 10.0.0.9 && ls && cat s.ini", 0,
-          "s.ini\n" + std::regex_replace(ini, std::regex("192.168.1.5"), "10.0.0.9")}});
+          "one\nr\ns.ini\n" + std::regex_replace(ini, std::regex("192.168.1.5"), "10.0.0.9")}});
 }
 
 TEST_F(KuTool, ResampleInterpolatesAndWritesWav)
@@ -296,7 +277,7 @@ TEST_F(KuTool, NetAndSock)
          {"ls", 0, "plain\n"}});
 }
 
-TEST_F(KuTool, MdnsRunsDnsSdWithTheGivenValues)
+TEST_F(KuTool, MdnsRunsDnsSdAndPluginsLoadByName)
 {
     // Stand-ins first on PATH: dns-sd logs its arguments, ps shows a list, kill logs whom.
     const std::pair<const char *, const char *> tools[] = {
@@ -323,10 +304,6 @@ TEST_F(KuTool, MdnsRunsDnsSdWithTheGivenValues)
              "-R|box|_ssh._tcp|local|22|\n-R|" + name + "|_t|local|80|\n"},
          {"ku mdns deregister cam; ku mdns deregister; ku mdns deregister --browse; cat kill.log",
           0, "-9 102\n-9 101 102\n-9 103\n", "(" + kStamp + "DBG:  .*xargs kill -9\n){3}"}});
-}
-
-TEST_F(KuTool, PluginLoadsOnlyAPluginOfItsName)
-{
     const std::string at = " " KU_TEST_PLUGIN_DIR, file = KU_TEST_PLUGIN_DIR "/kuplug_echo.so";
     const std::string absent = KU_TEST_PLUGIN_DIR "/kuplug_absent.so";
     // An empty prefix looks for NAME.so; the loader's lines come before the tool's.
@@ -343,43 +320,42 @@ TEST_F(KuTool, PluginLoadsOnlyAPluginOfItsName)
          {"ku plugin . p ''", 2}});
 }
 
-TEST_F(KuTool, FetchStreamsAndSendsWhatItIsTold)
+TEST_F(KuTool, FetchStreamsSendsAndCancels)
 {
-    // The body reaches stdout as it arrives: half of it is there while the
-    // server holds the rest back until a file "go" appears.
-    ScriptServer halves([this](ScriptConnection &connection) {
-        if (!connection.read_request() ||
-            !connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhi, "))
-            return;
-        while (access(dir.file("go").c_str(), F_OK) != 0 && connection.pause_ms(10)) {
-        }
-        connection.send("world\n");
-    });
+    ScriptServer sized(trickle("HTTP/1.1 200 OK\r\nContent-Length: 40\r\n\r\n", 40, 25));
+    ScriptServer slow(trickle("HTTP/1.1 200 OK\r\nContent-Length: 99999\r\n\r\n", 99999, 20));
     std::string body;
     for (int i = 0; i < 300000; ++i)
         body += static_cast<char>(i * 31 % 256);
-    dir.write("body", body);
-    dir.write("page", "old\n");
     ScriptServer blob(answer_with(ScriptServer::response(200, "OK", body)));
-    // It answers with what it was asked.
-    ScriptServer server([](ScriptConnection &connection) {
+    ScriptServer gone(answer_with(ScriptServer::response(404, "Not Found", "gone\n")));
+    ScriptServer echo([](ScriptConnection &connection) {  // it answers with what it was asked
         HttpRequest q;
         if (connection.read_request(&q))
-            connection.send(ScriptServer::response(
-                200, "OK", q.method + q.target + q.body + q.header("X-1") + q.header("X-2"), "X: 4\r\n"));
+            connection.send(ScriptServer::response(200, "OK", q.method + q.target + q.body +
+                                                   q.header("X-1") + q.header("X-2"), "X: 4\r\n"));
     });
-    ScriptServer gone(answer_with(ScriptServer::response(404, "Not Found", "gone\n")));
-    run({{kWaitFor + "ku fetch " + halves.url("/h") + " > o & wait_for '[ \"$(cat o)\" = "
-                     "\"hi, \" ]' && touch go; wait; cat o", 0, "hi, world\n"},
+    dir.write("body", body);
+    dir.write("keep", "earlier\n");
+    // The body reaches stdout while it arrives. Ctrl-C once bytes flow
+    // leaves the earlier file; script(1) gives ku a terminal for its bar.
+    const std::string term = "script -qefc 'ku fetch " + sized.url("/") + " -o f";
+    run({{kWaitFor + "ku fetch " + sized.url("/") + " > o & wait_for '[ -s o ]' && kill -0 $! && "
+                     "echo streaming; wait; wc -c < o", 0, "streaming\n40\n"},
          {"ku fetch " + blob.url("/blob") + " -o out && cmp out body"},
-         {"ku fetch -i " + server.url("/i"), 0, ScriptServer::response(200, "OK", "GET/i", "X: 4\r\n")},
-         {"ku fetch " + server.url("/p") + " --post 'a=1&b=2' -H 'X-1: 1' --header 'X-2: 2'", 0,
+         {"ku fetch -i " + echo.url("/"), 0, ScriptServer::response(200, "OK", "GET/", "X: 4\r\n")},
+         {"ku fetch " + echo.url("/p") + " --post 'a=1&b=2' -H 'X-1: 1' --header 'X-2: 2'", 0,
           "POST/pa=1&b=212"},
-         {"ku fetch " + gone.url("/missing") + " -o page", 1, "", "404 Not Found"},
+         {"ku fetch " + gone.url("/missing") + " -o keep", 1, "", "404 Not Found"},
          {"ku fetch " + gone.url("/") + " -o no/such/dir/f", 1},
-         {"rm go o out body; ls; cat page", 0, "page\nold\n"}});
+         {kWaitFor + "ku fetch " + slow.url("/") + " -o keep & wait_for '[ -s keep.part ]'; "
+                     "kill -INT $!; wait $!; echo $?; rm o out body; ls; cat keep", 0,
+          "130\nkeep\nearlier\n", "ku fetch: cancelled\n"},
+         {term + " --size 40' /dev/null | grep -q '] 100%  40 B of 40 B' && echo bar; " + term +
+          "' /dev/null | tr '\\r' '\\n' | grep -q '^40 B  .*B/s' && echo rate; cat f", 0,
+          "bar\nrate\n" + std::string(40, 'x')}});
     EXPECT_EQ(gone.requests().size(), 1u);  // none for the file that cannot be written
-    EXPECT_NE(ku({"fetch", "-v", server.url("/")}).err.find("curl_multi_perform CURLMSG_DONE"),
+    EXPECT_NE(run_process({KU_TOOL_PATH, "fetch", "-v", echo.url("/")}).err.find("CURLMSG_DONE"),
               std::string::npos);
 }
 
@@ -411,22 +387,6 @@ TEST_F(KuTool, FetchFailuresSayWhy)
     run(steps);
     EXPECT_EQ(not_found.requests().size(), 1u);  // none for the ftp:// URL
     EXPECT_EQ(moved.requests().size(), 1u);      // the redirect is not followed
-}
-
-TEST_F(KuTool, FetchCancelsOnCtrlCAndShowsProgressOnATerminal)
-{
-    ScriptServer slow(trickle("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", 100000, 20));
-    ScriptServer sized(trickle("HTTP/1.1 200 OK\r\nContent-Length: 40\r\n\r\n", 40, 25));
-    dir.write("keep", "earlier\n");
-    // Once bytes flow the interrupt lands inside the transfer loop. script(1)
-    // gives the tool a terminal: a percentage when the size is known.
-    const std::string term = "script -qefc 'ku fetch " + sized.url("/") + " -o f";
-    run({{kWaitFor + "ku fetch " + slow.url("/") + " -o keep & wait_for '[ -s keep.part ]'; "
-                     "kill -INT $!; wait $!; echo $?; ls; cat keep", 0, "130\nkeep\nearlier\n",
-          "ku fetch: cancelled\n"},
-         {term + " --size 40' /dev/null | grep -q '] 100%  40 B of 40 B' && echo bar; " + term +
-          "' /dev/null | tr '\\r' '\\n' | grep -q '^40 B  .*B/s' && echo rate; cat f", 0,
-          "bar\nrate\n" + std::string(40, 'x')}});
 }
 
 }  // namespace
