@@ -8,11 +8,13 @@ warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l "$page" 2>&1 >/
 offered=$(bash -c 'source "$1"; complete -p ku > /dev/null
   COMP_WORDS=(ku ""); COMP_CWORD=1; _ku; echo "${COMPREPLY[*]}"
   COMP_WORDS=(ku b64 d); COMP_CWORD=2; _ku; echo "b64 d: ${COMPREPLY[*]}"
-  COMP_WORDS=(ku json set --s); COMP_CWORD=3; _ku; echo "json set --s: ${COMPREPLY[*]}"' _ "$completion")
+  COMP_WORDS=(ku json set --s); COMP_CWORD=3; _ku; echo "json set --s: ${COMPREPLY[*]}"' \
+  _ "$completion")
 echo "$offered" | grep -qx 'b64 d: decode' && echo "$offered" | grep -qx 'json set --s: --string' ||
   { echo "completion: $offered" >&2; exit 1; }
 rendered=$(MANWIDTH=200 man -l "$page" 2>/dev/null | sed 's/.\x08//g')
 for command in $("$ku" --help | sed -n '/^commands:/,/^$/s/^  \([a-z0-9]*\) .*/\1/p'); do
-  echo "$offered" | head -n 1 | tr ' ' '\n' | grep -qx "$command" || { echo "no completion: $command" >&2; exit 1; }
+  echo "$offered" | head -n 1 | tr ' ' '\n' | grep -qx "$command" ||
+    { echo "no completion: $command" >&2; exit 1; }
   echo "$rendered" | grep -q "ku $command" || { echo "man page lacks: $command" >&2; exit 1; }
 done

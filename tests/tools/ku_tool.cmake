@@ -14,6 +14,5 @@ if(TARGET ku)
   endif()
   add_dependencies(${KU_TEST_TARGET} ku)
 endif()
-target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TOOL_PATH="${KU_TOOL_RUN}"
-                           KU_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TOOL_PATH="${KU_TOOL_RUN}")
 set(KU_TEST_PROPERTIES LABELS tool)

@@ -21,7 +21,8 @@ struct Step {
 };
 
 // `ku NAME ARGS` for each ARGS in one step: each fails with `status` and its line.
-inline Step each_fails(const std::string &name, const std::vector<std::string> &args, int status = 2)
+inline Step each_fails(const std::string &name, const std::vector<std::string> &args,
+                       int status = 2)
 {
     Step step{"for a in", 0, "", "(ku " + name + ": .*\n){" + std::to_string(args.size()) + "}"};
     for (const auto &arg : args) {

@@ -52,16 +52,15 @@ TEST_F(KuTool, HelpLogAndClock)
     const time_t before = time(nullptr);
     const auto clock = run_process({KU_TOOL_PATH, "clock", "--zone", "2"});
     std::smatch m;
-    const std::regex lines("monotonic_s [0-9]+\nmonotonic_ms [0-9]+\nmonotonic_us [0-9]+\n"
-                           "monotonic_ns [0-9]+\nutc ([0-9]+) (.*)\nlocal ([0-9]+) .*\n");
+    const std::regex lines("(monotonic_[mnu]?s [0-9]+\n){4}utc ([0-9]+) (.*)\nlocal ([0-9]+) .*\n");
     ASSERT_TRUE(std::regex_match(clock.out, m, lines)) << clock.out;
-    const time_t utc = std::stoll(m[1]);
+    const time_t utc = std::stoll(m[2]);
     EXPECT_TRUE(utc >= before && utc <= time(nullptr)) << utc;
     char text[32];
     strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", gmtime(&utc));
-    EXPECT_EQ(m[2].str(), text);
+    EXPECT_EQ(m[3].str(), text);
     // Two hours ahead, in the library's single-precision steps of 128 s.
-    EXPECT_NEAR(std::stod(m[3]) - static_cast<double>(utc), 7200.0, 128.0);
+    EXPECT_NEAR(std::stod(m[4]) - static_cast<double>(utc), 7200.0, 128.0);
     // The log carries at most 8127 characters; the newline is one of them.
     const auto longest = run_process({KU_TOOL_PATH, "log", "trace", std::string(8126, 'x')});
     EXPECT_EQ(longest.err.size() - longest.err.find("]  ") - 3, 8127u);
@@ -119,10 +118,9 @@ TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
                     "the memory promise is held by the plain and the target builds";
 #endif
     const size_t copies = under_emulator() ? 8 : 64;  // still past 4 MiB, 20 times slower
-    const std::vector<std::string> rows[][2] = {
-        {{"b64", "encode"}, {"b64", "decode"}}, {{"hex", "encode"}, {"hex", "decode"}},
-        {{"des", "encrypt"}, {"des", "decrypt"}}, {{"str", "upper"}, {"str", "lower"}},
-        {{"resample", "-", "-", "--from", "44100", "--to", "16000", "--channels", "2"}, {}}};
+    const char *rows[][2] = {{"b64 encode", "b64 decode"}, {"hex encode", "hex decode"},
+                             {"des encrypt", "des decrypt"}, {"str upper", "str lower"},
+                             {"resample - - --from 44100 --to 16000 --channels 2", nullptr}};
     // Lower-case lines of 1 MiB, a multiple of 3 and 8 bytes: copies of the
     // Base64 text and the ciphertext decode too.
     std::string text(456 * 2300, '\n');
@@ -130,24 +128,25 @@ TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
         text[i] = i % 61 == 60 ? '\n' : static_cast<char>('a' + (state >> 16) % 26);
     for (const auto &row : rows) {
         std::string in = text;
-        for (const auto &args : row) {
-            if (args.empty())
+        for (const char *command : row) {
+            if (command == nullptr)
                 continue;
             std::ofstream(dir.file("small"), std::ios::binary) << in;
             std::ofstream large(dir.file("large"), std::ios::binary);
             // Triple-DES is slow enough that a quarter still shows any growth.
-            for (size_t i = 0; i < (args[0] == "des" ? copies / 4 : copies); ++i)
+            for (size_t i = 0; i < (command[0] == 'd' ? copies / 4 : copies); ++i)
                 large << in;
             large.close();
-            std::vector<std::string> argv = args;
-            argv.insert(argv.begin(), KU_TOOL_PATH);
-            const auto big = run_process(argv, {"", {}, "", dir.file("large"), "/dev/null"});
-            const auto small = run_process(argv, {"", {}, "", dir.file("small"), dir.file("out")});
-            EXPECT_EQ(big.status + small.status, 0) << args[0] << big.err << small.err;
-            EXPECT_LE(big.peak_kib, small.peak_kib + 4096) << args[0] << ": " << small.peak_kib;
+            const auto measure = [&](const std::string &in, const std::string &out) {
+                return run_process({"sh", "-c", KU_TOOL_PATH " " + std::string(command)},
+                                   {"", {}, "", dir.file(in), out});
+            };
+            const auto big = measure("large", "/dev/null"), small = measure("small", dir.file("out"));
+            EXPECT_EQ(big.status + small.status, 0) << command << big.err << small.err;
+            EXPECT_LE(big.peak_kib, small.peak_kib + 4096) << command << ": " << small.peak_kib;
             in = read_file(dir.file("out"));
         }
-        EXPECT_TRUE(row[1].empty() || in == text) << row[0][0] << " changed the data";
+        EXPECT_TRUE(row[1] == nullptr || in == text) << row[0] << " changed the data";
     }
 }
 
@@ -228,7 +227,6 @@ TEST_F(KuTool, ResampleInterpolatesAndWritesWav)
     dir.write("st.raw", le({-3, -4, -1, 2}));
     dir.write("st.wav", wav(4, 2, 16, le({0, 0, 100, -100, 200, -200, 300, -300})));
     dir.write("8bit.wav", wav(8000, 1, 8, std::string(100, '\x80')));
-    dir.write("quad.wav", wav(8000, 4, 16, std::string(64, '\0')));
     dir.write("cut.wav", wav(8000, 1, 16, "").substr(0, 30));
     const std::string verbose = R"(ku resample: 4 frames of 2 channel\(s\) at 4 Hz \(WAV\) -> )"
                                 R"(6 mono samples at 8 Hz \(WAV\)\n)";
@@ -241,7 +239,7 @@ TEST_F(KuTool, ResampleInterpolatesAndWritesWav)
           "${s:+--select} $s; done", 0, le({-3, -1, -3, -1, -4, 2, -3, 0, -3, 0, -3, 0})},
          {"ku resample st.wav o.wav --to 8 --select first -v && cat o.wav", 0,
           wav(8, 1, 16, le({0, 50, 100, 150, 200, 250})), verbose},
-         each_fails("resample", {"8bit.wav o --to 8", "quad.wav o --to 8", "cut.wav o --to 8",
+         each_fails("resample", {"8bit.wav o --to 8", "cut.wav o --to 8",
                                  "st.wav o --from 44 --to 8", "st.wav o --channels 1 --to 8",
                                  "absent o --from 8 --to 4"}, 1),
          {"ku resample st.raw no/o --from 8 --to 4", 1, "", "no/o: No such file or directory"},
@@ -313,8 +311,8 @@ TEST_F(KuTool, MdnsRunsDnsSdAndPluginsLoadByName)
           "open ./echo.so succeed\n"},
          {"ku plugin" + at + " kuplug_ absent 2>&1; echo $?", 0, "access " + absent +
           " failed\nku plugin: cannot load plug-in 'absent' from " + absent + "\n1\n"},
-         {"echo text > plug_t.so; (ku plugin" + at + " kuplug_ liar; ku plugin" + at +
-          " kuplug_ empty; ku plugin . plug_ t) 2>&1 | grep -c -e '\"other\"' -e 'ops not found' "
+         {"echo text > plug_t.so; cp echo.so plug_liar.so; (ku plugin . plug_ liar; ku plugin" + at +
+          " kuplug_ empty; ku plugin . plug_ t) 2>&1 | grep -c -e '\"echo\"' -e 'ops not found' "
           "-e 'dlopen failed' -e '^ku plugin: '", 0, "6\n"},
          each_fails("plugin", {". kuplug_", ". p echo more"}),
          {"ku plugin . p ''", 2}});

@@ -1,5 +1,4 @@
-/* A plug-in for `ku plugin` named KU_TEST_MODULE_NAME, whose operations
- * table is KU_TEST_OPS (0: none). */
+/* A plug-in named KU_TEST_MODULE_NAME, operations KU_TEST_OPS (0: none). */
 const int ku_test_ops = 42;
 
 const char *ku_module_name(void)
