@@ -2,7 +2,6 @@
 // runs, and a process it leaves behind cannot hold the caller up.
 #include "subprocess.h"
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,12 +26,10 @@ ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &o
         std::abort();
     const pid_t pid = fork();
     if (pid == 0) {
-        const auto &in = options.in_file, &out = options.out_file;
-        const int in_fd = in.empty() ? fileno(files[0]) : open(in.c_str(), O_RDONLY);
-        const int out_fd =
-            out.empty() ? fileno(files[1]) : open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (dup2(in_fd, 0) < 0 || dup2(out_fd, 1) < 0 || dup2(fileno(files[2]), 2) < 0 ||
-            (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0))
+        for (int fd = 0; fd < 3; ++fd)
+            if (dup2(fileno(files[fd]), fd) < 0)
+                _exit(126);
+        if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0)
             _exit(126);
         for (auto &entry : env)  // glibc's allocator stays usable after fork
             putenv(entry.data());

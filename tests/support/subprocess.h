@@ -1,5 +1,5 @@
-// Runs a program as a child process the way a shell user would: bytes in on
-// stdin, stdout and stderr caught apart; the exit status and peak memory back.
+// Runs a program as a child process, as a shell user would: bytes in on stdin,
+// stdout and stderr caught apart; the exit status and peak memory back.
 #pragma once
 
 #include <string>
@@ -8,10 +8,9 @@
 namespace ku_test {
 
 struct ProcessOptions {
-    std::string input{};                // the child's stdin
-    std::vector<std::string> env{};     // "NAME=VALUE" on top of ours; PATH finds the program
-    std::string cwd{};                  // working directory; empty: ours
-    std::string in_file{}, out_file{};  // stdin from, stdout to these files instead
+    std::string input{};             // the child's stdin
+    std::vector<std::string> env{};  // "NAME=VALUE" on top of ours; PATH finds the program
+    std::string cwd{};               // working directory; empty: ours
 };
 
 struct ProcessResult {

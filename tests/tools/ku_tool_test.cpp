@@ -137,11 +137,11 @@ TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
             for (size_t i = 0; i < (command[0] == 'd' ? copies / 4 : copies); ++i)
                 large << in;
             large.close();
-            const auto measure = [&](const std::string &in, const std::string &out) {
-                return run_process({"sh", "-c", KU_TOOL_PATH " " + std::string(command)},
-                                   {"", {}, "", dir.file(in), out});
+            const auto measure = [&](const char *files) {
+                const std::string line = KU_TOOL_PATH " " + std::string(command) + files;
+                return run_process({"sh", "-c", line}, {"", {}, dir.path()});
             };
-            const auto big = measure("large", "/dev/null"), small = measure("small", dir.file("out"));
+            const auto big = measure(" < large > /dev/null"), small = measure(" < small > out");
             EXPECT_EQ(big.status + small.status, 0) << command << big.err << small.err;
             EXPECT_LE(big.peak_kib, small.peak_kib + 4096) << command << ": " << small.peak_kib;
             in = read_file(dir.file("out"));
@@ -311,9 +311,9 @@ TEST_F(KuTool, MdnsRunsDnsSdAndPluginsLoadByName)
           "open ./echo.so succeed\n"},
          {"ku plugin" + at + " kuplug_ absent 2>&1; echo $?", 0, "access " + absent +
           " failed\nku plugin: cannot load plug-in 'absent' from " + absent + "\n1\n"},
-         {"echo text > plug_t.so; cp echo.so plug_liar.so; (ku plugin . plug_ liar; ku plugin" + at +
-          " kuplug_ empty; ku plugin . plug_ t) 2>&1 | grep -c -e '\"echo\"' -e 'ops not found' "
-          "-e 'dlopen failed' -e '^ku plugin: '", 0, "6\n"},
+         {"echo text > plug_t.so; cp echo.so plug_liar.so; (ku plugin . plug_ liar; ku plugin" +
+          at + " kuplug_ empty; ku plugin . plug_ t) 2>&1 | grep -c -e '\"echo\"' -e 'ops not "
+          "found' -e 'dlopen failed' -e '^ku plugin: '", 0, "6\n"},
          each_fails("plugin", {". kuplug_", ". p echo more"}),
          {"ku plugin . p ''", 2}});
 }
