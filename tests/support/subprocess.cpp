@@ -26,10 +26,9 @@ ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &o
         std::abort();
     const pid_t pid = fork();
     if (pid == 0) {
-        for (int fd = 0; fd < 3; ++fd)
-            if (dup2(fileno(files[fd]), fd) < 0)
-                _exit(126);
-        if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0)
+        const char *cwd = options.cwd.empty() ? "." : options.cwd.c_str();
+        if (dup2(fileno(files[0]), 0) < 0 || dup2(fileno(files[1]), 1) < 0 ||
+            dup2(fileno(files[2]), 2) < 0 || chdir(cwd) != 0)
             _exit(126);
         for (auto &entry : env)  // glibc's allocator stays usable after fork
             putenv(entry.data());
@@ -43,12 +42,10 @@ ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &o
         std::abort();
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     result.peak_kib = usage.ru_maxrss;
-    for (std::string *sink : {&result.out, &result.err}) {
-        FILE *file = files[sink == &result.out ? 1 : 2];
-        char buffer[65536];
-        std::rewind(file);
-        for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, file)) > 0;)
-            sink->append(buffer, got);
+    for (int i = 1; i < 3; ++i) {
+        std::rewind(files[i]);
+        for (int c; (c = std::fgetc(files[i])) != EOF;)
+            (i == 1 ? result.out : result.err) += static_cast<char>(c);
     }
     for (FILE *file : files)
         std::fclose(file);
