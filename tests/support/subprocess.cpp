@@ -11,13 +11,12 @@
 
 namespace ku_test {
 
-ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &options)
+ProcessResult run_process(std::vector<std::string> argv, ProcessOptions options)
 {
     std::vector<char *> args;  // made before fork, as is all the child needs
     for (auto &arg : argv)
         args.push_back(arg.data());
     args.push_back(nullptr);
-    std::vector<std::string> env = options.env;
     FILE *files[3] = {std::tmpfile(), std::tmpfile(), std::tmpfile()};
     const std::string &input = options.input;
     if (!files[0] || !files[1] || !files[2] ||
@@ -26,11 +25,10 @@ ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &o
         std::abort();
     const pid_t pid = fork();
     if (pid == 0) {
-        const char *cwd = options.cwd.empty() ? "." : options.cwd.c_str();
         if (dup2(fileno(files[0]), 0) < 0 || dup2(fileno(files[1]), 1) < 0 ||
-            dup2(fileno(files[2]), 2) < 0 || chdir(cwd) != 0)
+            dup2(fileno(files[2]), 2) < 0)
             _exit(126);
-        for (auto &entry : env)  // glibc's allocator stays usable after fork
+        for (auto &entry : options.env)  // glibc's allocator stays usable after fork
             putenv(entry.data());
         execvp(args[0], args.data());
         _exit(127);

@@ -10,7 +10,6 @@ namespace ku_test {
 struct ProcessOptions {
     std::string input{};             // the child's stdin
     std::vector<std::string> env{};  // "NAME=VALUE" on top of ours; PATH finds the program
-    std::string cwd{};               // working directory; empty: ours
 };
 
 struct ProcessResult {
@@ -19,6 +18,6 @@ struct ProcessResult {
     long peak_kib = 0;  // peak resident memory, which counts what the child had at fork
 };
 
-ProcessResult run_process(std::vector<std::string> argv, const ProcessOptions &options = {});
+ProcessResult run_process(std::vector<std::string> argv, ProcessOptions options = {});
 
 }  // namespace ku_test

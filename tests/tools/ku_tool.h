@@ -48,7 +48,8 @@ struct KuTool : ::testing::Test {
         env.push_back("PATH=" + path + ":" + dir.path() + ":" + getenv("PATH"));
         for (const Step &step : steps) {
             SCOPED_TRACE(step.line.substr(0, 300));
-            const auto result = run_process({"sh", "-c", step.line}, {step.in, env, dir.path()});
+            const auto result = run_process({"sh", "-c", "cd " + dir.path() + " && " + step.line},
+                                            {step.in, env});
             std::smatch name;
             std::regex_search(step.line, name, std::regex("ku ([a-z0-9]+)"));
             const std::regex line("ku " + name.str(1) + ": .*\n"), err(step.err);

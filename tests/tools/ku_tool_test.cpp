@@ -1,8 +1,5 @@
 // The ku tool as a shell user meets it: each command's output, exit status
 // and one-line error, run from a private directory, servers on 127.0.0.1.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <ctime>
 #include <fstream>
 #include <numeric>
@@ -139,8 +136,8 @@ TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
                 large << in;
             large.close();
             const auto measure = [&](const char *files) {
-                const std::string line = KU_TOOL_PATH " " + std::string(command) + files;
-                return run_process({"sh", "-c", line}, {"", {}, dir.path()});
+                return run_process(
+                    {"sh", "-c", "cd " + dir.path() + " && " KU_TOOL_PATH " " + command + files});
             };
             const auto big = measure(" < large > /dev/null"), small = measure(" < small > out");
             EXPECT_EQ(big.status + small.status, 0) << command << big.err << small.err;
@@ -279,14 +276,14 @@ TEST_F(KuTool, MdnsRunsDnsSdAndPluginsLoadByName)
     const char *tools[][2] = {{"ps", "cat ps.txt"}, {"kill", R"(echo "$*" >> kill.log)"},
                               {"dns-sd", R"(l=$(printf '%s|' "$@"); echo "$l" >> dns-sd.log)"}};
     for (const auto &[name, body] : tools)
-        chmod(dir.write(name, std::string("#!/bin/sh\n") + body + "\n").c_str(), 0755);
+        dir.write(name, std::string("#!/bin/sh\n") + body + "\n");
     dir.write("ps.txt", "101 root dns-sd -R box _http._tcp local 80\n102 root dns-sd -R cam _r "
                         "local 554\n103 root dns-sd -B _h._tcp local\n");
     // "dns-sd -R NAME _t local 80  &" has 25 bytes besides NAME: 230 fill the library's 255.
     const std::string name(230, 'n');
-    run({{"ku mdns register box _http._tcp local 8080 path=/index && ku mdns register box "
-          "_ssh._tcp local 22 && ku mdns browse _http._tcp local && ku mdns register " + name +
-          " _t local 80"},
+    run({{"chmod +x ps kill dns-sd && ku mdns register box _http._tcp local 8080 path=/index && "
+          "ku mdns register box _ssh._tcp local 22 && ku mdns browse _http._tcp local && "
+          "ku mdns register " + name + " _t local 80"},
          each_fails("mdns", {"register a;b t d 80", "register $(id) t d 80", "deregister a\"b", "",
                              "register " + name + "n _t local 80", "start", "register b t d",
                              "register b t d 70000", "browse", "register --browse b t d 1"}),
