@@ -11,14 +11,13 @@
 
 namespace ku_test {
 
-ProcessResult run_process(std::vector<std::string> argv, ProcessOptions options)
+ProcessResult run_process(std::vector<std::string> argv, const std::string &input)
 {
     std::vector<char *> args;  // made before fork, as is all the child needs
     for (auto &arg : argv)
         args.push_back(arg.data());
     args.push_back(nullptr);
     FILE *files[3] = {std::tmpfile(), std::tmpfile(), std::tmpfile()};
-    const std::string &input = options.input;
     if (!files[0] || !files[1] || !files[2] ||
         std::fwrite(input.data(), 1, input.size(), files[0]) != input.size() ||
         std::fflush(files[0]) != 0 || lseek(fileno(files[0]), 0, SEEK_SET) != 0)
@@ -28,8 +27,6 @@ ProcessResult run_process(std::vector<std::string> argv, ProcessOptions options)
         if (dup2(fileno(files[0]), 0) < 0 || dup2(fileno(files[1]), 1) < 0 ||
             dup2(fileno(files[2]), 2) < 0)
             _exit(126);
-        for (auto &entry : options.env)  // glibc's allocator stays usable after fork
-            putenv(entry.data());
         execvp(args[0], args.data());
         _exit(127);
     }

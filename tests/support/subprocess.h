@@ -1,4 +1,4 @@
-// Runs a program as a child process, as a shell user would: bytes in on stdin,
+// Runs a program as a child process, as a shell user would: `input` on stdin,
 // stdout and stderr caught apart; the exit status and peak memory back.
 #pragma once
 
@@ -7,17 +7,13 @@
 
 namespace ku_test {
 
-struct ProcessOptions {
-    std::string input{};             // the child's stdin
-    std::vector<std::string> env{};  // "NAME=VALUE" on top of ours; PATH finds the program
-};
-
 struct ProcessResult {
     int status = -1;  // exit code; 128 + signal when killed by one
     std::string out, err;
     long peak_kib = 0;  // peak resident memory, which counts what the child had at fork
 };
 
-ProcessResult run_process(std::vector<std::string> argv, ProcessOptions options = {});
+// The program is looked up on PATH.
+ProcessResult run_process(std::vector<std::string> argv, const std::string &input = "");
 
 }  // namespace ku_test

@@ -45,11 +45,13 @@ struct KuTool : ::testing::Test {
     void run(const std::vector<Step> &steps, std::vector<std::string> env = {}) const
     {
         const std::string tool = KU_TOOL_PATH, path = tool.substr(0, tool.rfind('/'));
-        env.push_back("PATH=" + path + ":" + dir.path() + ":" + getenv("PATH"));
+        std::string start = "cd " + dir.path() + " && export 'PATH=" + path + ":" + dir.path() +
+                            ":" + getenv("PATH") + "'";
+        for (const auto &entry : env)
+            start += " '" + entry + "'";
         for (const Step &step : steps) {
             SCOPED_TRACE(step.line.substr(0, 300));
-            const auto result = run_process({"sh", "-c", "cd " + dir.path() + " && " + step.line},
-                                            {step.in, env});
+            const auto result = run_process({"sh", "-c", start + " && " + step.line}, step.in);
             std::smatch name;
             std::regex_search(step.line, name, std::regex("ku ([a-z0-9]+)"));
             const std::regex line("ku " + name.str(1) + ": .*\n"), err(step.err);
