@@ -7,8 +7,9 @@ if(TARGET ku)
     set(KU_TOOL_RUN ${CMAKE_CURRENT_BINARY_DIR}/emulated/ku)
     list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
     if(NOT KU_TOOL_WRAPPER_WRITTEN)
-      file(GENERATE OUTPUT ${KU_TOOL_RUN} FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
-           CONTENT "#!/bin/sh\nexec ${emulator} \"$<TARGET_FILE:ku>\" \"$@\"\n")
+      file(GENERATE OUTPUT ${KU_TOOL_RUN}
+           CONTENT "#!/bin/sh\nexec ${emulator} \"$<TARGET_FILE:ku>\" \"$@\"\n"
+           FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
       set(KU_TOOL_WRAPPER_WRITTEN TRUE)
     endif()
   endif()
