@@ -5,11 +5,6 @@
 // throughput at no more memory.
 #include <benchmark/benchmark.h>
 
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -18,6 +13,7 @@
 #include <vector>
 
 #include "ku/codec.h"
+#include "support/subprocess.h"
 
 namespace {
 
@@ -59,56 +55,35 @@ const std::string &input(bool base64)
     return base64 ? b64 : hex;
 }
 
-// Runs argv with stdin from `in`, stdout to /dev/null; the peak KiB, or -1.
-long run(std::vector<std::string> argv, const std::string &in)
+// `command` reads stdin; the shell gives it the input file and /dev/null.
+void decode(benchmark::State &state, const std::string &command, bool base64)
 {
-    std::vector<char *> pointers;
-    for (auto &arg : argv)
-        pointers.push_back(arg.data());
-    pointers.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int in_fd = open(in.c_str(), O_RDONLY);
-        const int out_fd = open("/dev/null", O_WRONLY);
-        if (in_fd < 0 || out_fd < 0 || dup2(in_fd, 0) < 0 || dup2(out_fd, 1) < 0)
-            _exit(127);
-        execvp(pointers[0], pointers.data());
-        _exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    if (pid < 0 || wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        return -1;
-    return usage.ru_maxrss;
-}
-
-void decode(benchmark::State &state, std::vector<std::string> argv, bool base64)
-{
-    if (argv[0].empty()) {
+    if (command.front() == ' ') {
         state.SkipWithError("the ku tool is not built");
         return;
     }
     const std::string &in = input(base64);
     long peak = 0;
     for (auto _ : state) {
-        const long kib = run(argv, in);
-        if (kib < 0) {
-            state.SkipWithError((argv[0] + " failed").c_str());
+        const auto result =
+            ku_test::run_process({"sh", "-c", command + " < " + in + " > /dev/null"});
+        if (result.status != 0) {
+            state.SkipWithError((command + " failed").c_str());
             return;
         }
-        peak = std::max(peak, kib);
+        peak = std::max(peak, result.peak_kib);
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kBytes));
     state.counters["peak_KiB"] = static_cast<double>(peak);
 }
 
-BENCHMARK_CAPTURE(decode, ku_b64, std::vector<std::string>{KU_TOOL_PATH, "b64", "decode"}, true)
+BENCHMARK_CAPTURE(decode, ku_b64, std::string(KU_TOOL_PATH " b64 decode"), true)
     ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
-BENCHMARK_CAPTURE(decode, coreutils_base64, std::vector<std::string>{"base64", "-d"}, true)
+BENCHMARK_CAPTURE(decode, coreutils_base64, std::string("base64 -d"), true)
     ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
-BENCHMARK_CAPTURE(decode, ku_hex, std::vector<std::string>{KU_TOOL_PATH, "hex", "decode"}, false)
+BENCHMARK_CAPTURE(decode, ku_hex, std::string(KU_TOOL_PATH " hex decode"), false)
     ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
-BENCHMARK_CAPTURE(decode, xxd, std::vector<std::string>{"xxd", "-r", "-p"}, false)
+BENCHMARK_CAPTURE(decode, xxd, std::string("xxd -r -p"), false)
     ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 
 }  // namespace

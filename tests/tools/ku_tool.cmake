@@ -1,28 +1,19 @@
-# Shared set-up of the ku tool's integration tests: each test program runs the
-# built `ku` binary as a child process and learns from ku_tool_features which
-# subcommands the binary holds.
+# The ku tool's tests run the built `ku` as a child process.
 if(TARGET ku)
   set(KU_TOOL_RUN "$<TARGET_FILE:ku>")
+  # The kernel cannot start a cross-built tool: tests start a wrapper, also
+  # named ku, that hands it to the emulator.
   if(CMAKE_CROSSCOMPILING AND CMAKE_CROSSCOMPILING_EMULATOR)
-    # The kernel cannot start a cross-built tool: the tests (and the shell
-    # lines they run) start a wrapper that hands it to the emulator.
-    set(KU_TOOL_RUN ${CMAKE_CURRENT_BINARY_DIR}/ku-emulated)
+    set(KU_TOOL_RUN ${CMAKE_CURRENT_BINARY_DIR}/emulated/ku)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
     if(NOT KU_TOOL_WRAPPER_WRITTEN)
-      list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
       file(GENERATE OUTPUT ${KU_TOOL_RUN}
-        CONTENT "#!/bin/sh\nexec ${emulator} \"$<TARGET_FILE:ku>\" \"$@\"\n"
-        FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
-                         WORLD_READ WORLD_EXECUTE)
+           CONTENT "#!/bin/sh\nexec ${emulator} \"$<TARGET_FILE:ku>\" \"$@\"\n"
+           FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
       set(KU_TOOL_WRAPPER_WRITTEN TRUE)
     endif()
   endif()
-  target_compile_definitions(${KU_TEST_TARGET} PRIVATE
-    KU_TOOL_PATH="${KU_TOOL_RUN}"
-    KU_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-  target_link_libraries(${KU_TEST_TARGET} PRIVATE ku_tool_features)
   add_dependencies(${KU_TEST_TARGET} ku)
-else()
-  target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TOOL_PATH=""
-    KU_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 endif()
+target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TOOL_PATH="${KU_TOOL_RUN}")
 set(KU_TEST_PROPERTIES LABELS tool)
