@@ -6,39 +6,32 @@
 namespace ku_test {
 namespace {
 
-constexpr const char *kNewKey = "-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes";
+const std::string kNewKey = " -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes";
 
-bool run(const std::string &command)
+bool openssl(const std::string &arguments)
 {
-    return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+    return std::system(("openssl " + arguments + " >/dev/null 2>&1").c_str()) == 0;
 }
 
 }  // namespace
 
 TestCa::TestCa(const std::string &dir, const std::string &name)
-    : dir_(dir), name_(name), certificate_(dir + "/" + name + "-ca.crt"),
-      key_(dir + "/" + name + "-ca.key")
+    : dir_(dir), key_(dir + "/" + name + "-ca.key"), certificate_(dir + "/" + name + "-ca.crt")
 {
-    ok_ = run("openssl req -x509 " + std::string(kNewKey) + " -days 2 -subj '/CN=" + name +
-              " test CA' -keyout " + key_ + " -out " + certificate_);
+    ok_ = openssl("req -x509 -days 2 -subj '/CN=" + name + " test CA' -keyout " + key_ + " -out " +
+                  certificate_ + kNewKey);
 }
 
 TlsIdentity TestCa::issue_server(const std::string &name) const
 {
     const std::string base = dir_ + "/" + name;
     std::ofstream(base + ".ext") << "subjectAltName=IP:127.0.0.1,DNS:localhost\n"
-                                    "basicConstraints=CA:FALSE\n"
-                                    "extendedKeyUsage=serverAuth\n";
-    TlsIdentity identity{base + ".crt", base + ".key"};
-    const bool made =
-        run("openssl req " + std::string(kNewKey) + " -subj /CN=127.0.0.1 -keyout " +
-            identity.key + " -out " + base + ".csr") &&
-        run("openssl x509 -req -days 2 -in " + base + ".csr -CA " + certificate_ + " -CAkey " +
-            key_ + " -CAcreateserial -extfile " + base + ".ext -out " + identity.certificate);
-    if (!made) {
-        identity = {};
-    }
-    return identity;
+                                    "basicConstraints=CA:FALSE\nextendedKeyUsage=serverAuth\n";
+    if (openssl("req -subj /CN=127.0.0.1 -keyout " + base + ".key -out " + base + ".csr" + kNewKey) &&
+        openssl("x509 -req -days 2 -in " + base + ".csr -CA " + certificate_ + " -CAkey " + key_ +
+                " -CAcreateserial -extfile " + base + ".ext -out " + base + ".crt"))
+        return {base + ".crt", base + ".key"};
+    return {};
 }
 
 }  // namespace ku_test
