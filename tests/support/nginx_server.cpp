@@ -24,8 +24,7 @@ NginxServer::NginxServer(const std::string &work_dir, const std::string &root,
     for (int attempt = 0; attempt < 3 && pid_ < 0 && access("/usr/sbin/nginx", X_OK) == 0;
          ++attempt) {
         ports_.assign(tls.size() + 1, 0);
-        // No daemon, no master: the test stops it by its pid. Every path is
-        // in the work directory.
+        // One process in the foreground, stopped by its pid; every path in work_dir.
         std::ofstream out(conf);
         out << "daemon off;\nmaster_process off;\npid " << pid_file << ";\nevents {}\nhttp {\n"
             << "access_log off;\nsendfile on;\ndefault_type application/octet-stream;\n";

@@ -2,8 +2,6 @@
 // serving one root over HTTP and, per TLS identity, over HTTPS, on 127.0.0.1.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
 
@@ -28,7 +26,7 @@ public:
 
 private:
     std::string url(size_t port, const std::string &path) const;
-    pid_t pid_ = -1;
+    int pid_ = -1;  // of the child
     std::vector<int> ports_;  // the plain port, then one per identity
     std::string error_;
 };

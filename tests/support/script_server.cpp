@@ -1,9 +1,9 @@
 #include "support/script_server.h"
 
 #include <arpa/inet.h>
-#include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 
@@ -27,63 +27,52 @@ int listen_loopback(int *port)
 
 std::string HttpRequest::header(const std::string &name) const
 {
-    for (size_t at = head.find("\r\n"); at != std::string::npos; at = head.find("\r\n", at + 2)) {
-        const size_t colon = at + 2 + name.size();
-        if (colon < head.size() && head[colon] == ':' &&
-            strncasecmp(&head[at + 2], name.c_str(), name.size()) == 0) {
-            const size_t from = head.find_first_not_of(' ', colon + 1);
-            return head.substr(from, head.find("\r\n", from) - from);
-        }
-    }
-    return {};
+    const std::string key = "\r\n" + name + ":";
+    const auto at = std::search(head.begin(), head.end(), key.begin(), key.end(),
+                                [](char a, char b) { return tolower(a) == tolower(b); });
+    const size_t from = head.find_first_not_of(' ', (at - head.begin()) + key.size());
+    return at == head.end() ? "" : head.substr(from, head.find("\r\n", from) - from);
 }
 
 bool ScriptConnection::read_request()
 {
     HttpRequest got;
-    char byte = 0;
-    while (got.head.size() < 4 || got.head.compare(got.head.size() - 4, 4, "\r\n\r\n") != 0) {
-        if (recv(fd_, &byte, 1, 0) != 1)
+    for (char byte = 0; got.head.find("\r\n\r\n") == std::string::npos; got.head += byte)
+        if (recv(fd, &byte, 1, 0) != 1)
             return false;
-        got.head += byte;
-    }
     got.head.resize(got.head.size() - 2);
     const size_t space = got.head.find(' ');
     got.method = got.head.substr(0, space);
     got.target = got.head.substr(space + 1, got.head.find(' ', space + 1) - space - 1);
     got.body.resize(std::strtoul(got.header("Content-Length").c_str(), nullptr, 10));
     const auto length = static_cast<ssize_t>(got.body.size());
-    if (length > 0 && recv(fd_, got.body.data(), got.body.size(), MSG_WAITALL) != length)
+    if (length > 0 && recv(fd, got.body.data(), got.body.size(), MSG_WAITALL) != length)
         return false;
-    std::lock_guard<std::mutex> lock(server_.mutex_);
-    server_.requests_.push_back(got);
+    std::lock_guard<std::mutex> lock(server.mutex_);
+    server.requests_.push_back(got);
     return true;
 }
 
 void ScriptConnection::hold()
 {
     char byte = 0;
-    while (recv(fd_, &byte, 1, 0) == 1) {
+    while (recv(fd, &byte, 1, 0) == 1) {
     }
 }
 
+// A blocking send returns short only when the peer has gone.
 bool ScriptConnection::send(const std::string &bytes)
 {
-    for (size_t sent = 0; sent < bytes.size();) {
-        const ssize_t n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0)
-            return false;
-        sent += static_cast<size_t>(n);
-    }
-    return true;
+    const auto size = static_cast<ssize_t>(bytes.size());
+    return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == size;
 }
 
 // Sleeps in slices without reading a clock, which a test may have faked.
 bool ScriptConnection::pause_ms(int ms)
 {
-    for (; ms > 0 && !server_.stopping_; ms -= 10)
+    for (; ms > 0 && !server.stopping_; ms -= 10)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return !server_.stopping_;
+    return !server.stopping_;
 }
 
 ScriptServer::ScriptServer(Script script) : listen_fd_(listen_loopback(&port_))
@@ -94,7 +83,7 @@ ScriptServer::ScriptServer(Script script) : listen_fd_(listen_loopback(&port_))
             current_ = fd;
             const bool stopped = stopping_;
             lock.unlock();
-            ScriptConnection connection(*this, fd);
+            ScriptConnection connection{*this, fd};
             if (!stopped)
                 script(connection);
             lock.lock();
@@ -105,19 +94,13 @@ ScriptServer::ScriptServer(Script script) : listen_fd_(listen_loopback(&port_))
 
 ScriptServer::~ScriptServer()
 {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        stopping_ = true;
-        shutdown(current_, SHUT_RDWR);
-    }
+    std::unique_lock<std::mutex> lock(mutex_);
+    stopping_ = true;
+    shutdown(current_, SHUT_RDWR);
     shutdown(listen_fd_, SHUT_RDWR);
+    lock.unlock();
     acceptor_.join();
     close(listen_fd_);
-}
-
-std::string ScriptServer::url(const std::string &path) const
-{
-    return "http://127.0.0.1:" + std::to_string(port_) + path;
 }
 
 std::vector<HttpRequest> ScriptServer::requests() const

@@ -1,8 +1,6 @@
-// A small HTTP server on 127.0.0.1 that runs a script per connection, one
-// connection after the other, for what a real server cannot stage: a trickled
-// body, a dropped or silent connection, exact bytes. It records each request.
-// Stopping it shuts the sockets down, which ends any read or write a script
-// is blocked in.
+// An HTTP server on 127.0.0.1 running a script per connection, one after the
+// other, to stage a trickled body, a dropped or silent connection, exact bytes.
+// It records each request read. Its end shuts down a socket a script is in.
 #pragma once
 
 #include <atomic>
@@ -21,17 +19,13 @@ struct HttpRequest {
 
 class ScriptServer;
 
-class ScriptConnection {
-public:
-    ScriptConnection(ScriptServer &server, int fd) : server_(server), fd_(fd) {}
-    bool read_request();                 // false when the peer closed or the server stops
+struct ScriptConnection {
+    bool read_request();                  // false when the peer closed or the server stops
     bool send(const std::string &bytes);  // false when the peer has gone
-    bool pause_ms(int ms);               // false (early) when the server stops
-    void hold();                         // reads until the peer closes or the server stops
-
-private:
-    ScriptServer &server_;
-    int fd_;
+    bool pause_ms(int ms);                // false (early) when the server stops
+    void hold();                          // reads until the peer closes or the server stops
+    ScriptServer &server;
+    int fd;
 };
 
 class ScriptServer {
@@ -40,11 +34,13 @@ public:
     explicit ScriptServer(Script script);
     ~ScriptServer();
     int port() const { return port_; }
-    std::string url(const std::string &path = "/") const;  // "http://127.0.0.1:PORT" + path
+    std::string url(const std::string &path = "/") const  // "http://127.0.0.1:PORT" + path
+    {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
     std::vector<HttpRequest> requests() const;
-    // A complete response with Content-Length.
     static std::string response(int status, const std::string &reason, const std::string &body,
-                                const std::string &extra_headers = "");
+                                const std::string &extra_headers = "");  // with Content-Length
 
 private:
     friend class ScriptConnection;
