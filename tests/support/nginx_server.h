@@ -19,10 +19,7 @@ public:
     bool ok() const { return pid_ > 0; }
     const std::string &error() const { return error_; }  // why not ok()
     std::string http_url(const std::string &path) const { return url(0, path); }
-    std::string https_url(size_t identity, const std::string &path) const
-    {
-        return url(identity + 1, path);
-    }
+    std::string https_url(size_t tls, const std::string &path) const { return url(tls + 1, path); }
 
 private:
     std::string url(size_t port, const std::string &path) const;

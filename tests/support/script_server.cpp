@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <sstream>
 #include <stdexcept>
 
 namespace ku_test {
@@ -41,9 +42,7 @@ bool ScriptConnection::read_request()
         if (recv(fd, &byte, 1, 0) != 1)
             return false;
     got.head.resize(got.head.size() - 2);
-    const size_t space = got.head.find(' ');
-    got.method = got.head.substr(0, space);
-    got.target = got.head.substr(space + 1, got.head.find(' ', space + 1) - space - 1);
+    std::istringstream(got.head) >> got.method >> got.target;
     got.body.resize(std::strtoul(got.header("Content-Length").c_str(), nullptr, 10));
     const auto length = static_cast<ssize_t>(got.body.size());
     if (length > 0 && recv(fd, got.body.data(), got.body.size(), MSG_WAITALL) != length)
