@@ -1,52 +1,31 @@
-// A small HTTP server on 127.0.0.1 that follows a script per connection, for
-// what a real server cannot stage: a trickled body, a connection dropped in
-// the middle, exact bytes, a server that never answers. It records every
-// request it read, so a test can see what the client sent.
+// An HTTP server on 127.0.0.1 running a script per connection, one after the
+// other, to stage a trickled body, a dropped or silent connection, exact bytes.
+// It records each request read. Its end shuts down a socket a script is in.
 #pragma once
 
 #include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace ku_test {
 
 struct HttpRequest {
-    std::string method;
-    std::string target;
-    std::string head;  // request line and headers as received, up to the blank line
-    std::vector<std::pair<std::string, std::string>> headers;  // in order
-    std::string body;  // by Content-Length
-    // Value of the first header of that name (any case); empty when absent.
-    std::string header(std::string_view name) const;
-    bool has_header(std::string_view name) const;
+    std::string method, target, head, body;  // head: up to the blank line
+    std::string header(const std::string &name) const;  // any case; empty when absent
 };
 
 class ScriptServer;
 
-// One accepted connection, handed to the script on a thread of its own.
-class ScriptConnection {
-public:
-    ScriptConnection(ScriptServer &server, int fd) : server_(server), fd_(fd) {}
-    // Reads one request (head and Content-Length body) and records it in the
-    // server. False when the peer closed first or the server stops.
-    bool read_request(HttpRequest *request = nullptr);
-    // Sends all bytes; false when the peer has gone.
-    bool send(std::string_view bytes);
-    // Sleeps, returning early (false) when the server stops.
-    bool pause_ms(int ms);
-    // Waits until the peer closes or the server stops, reading what comes.
-    void hold();
-    bool stopping() const;
-
-private:
-    ScriptServer &server_;
-    int fd_;
-    std::string pending_;
+struct ScriptConnection {
+    bool read_request();                  // false when the peer closed or the server stops
+    bool send(const std::string &bytes);  // false when the peer has gone
+    bool pause_ms(int ms);                // false (early) when the server stops
+    void hold();                          // reads until the peer closes or the server stops
+    ScriptServer &server;
+    int fd;
 };
 
 class ScriptServer {
@@ -54,45 +33,29 @@ public:
     using Script = std::function<void(ScriptConnection &)>;
     explicit ScriptServer(Script script);
     ~ScriptServer();
-    ScriptServer(const ScriptServer &) = delete;
-    ScriptServer &operator=(const ScriptServer &) = delete;
-
     int port() const { return port_; }
-    // "http://127.0.0.1:PORT" + path
-    std::string url(const std::string &path = "/") const;
-    int connections() const { return connections_.load(); }
+    std::string url(const std::string &path = "/") const  // "http://127.0.0.1:PORT" + path
+    {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
     std::vector<HttpRequest> requests() const;
-
-    // A complete response with Content-Length.
     static std::string response(int status, const std::string &reason, const std::string &body,
-                                const std::string &extra_headers = "");
+                                const std::string &extra_headers = "");  // with Content-Length
 
 private:
     friend class ScriptConnection;
-    void accept_loop();
-    void record(const HttpRequest &request);
-
-    Script script_;
-    int listen_fd_ = -1;
-    int port_ = 0;
+    int port_ = 0, listen_fd_ = -1;  // in this order: the port is set by the listen
     std::atomic<bool> stopping_{false};
-    std::atomic<int> connections_{0};
+    int current_ = -1;  // the connection in hand, under mutex_
     mutable std::mutex mutex_;
     std::vector<HttpRequest> requests_;
-    std::vector<std::thread> workers_;
     std::thread acceptor_;
 };
 
-// Scripts for common cases.
-// Answers every request with `full_response` and closes.
-ScriptServer::Script answer_with(std::string full_response);
-// Reads the request, sends `head` (status line and headers ending in a blank
-// line) and then `body_bytes` bytes of `fill`, one every `interval_ms`, then
-// holds the connection open.
-ScriptServer::Script trickle(std::string head, size_t body_bytes, int interval_ms,
-                             char fill = 'x');
-
-// A port on 127.0.0.1 that nothing listens on right now.
-int free_loopback_port();
+ScriptServer::Script answer_with(std::string full_response);  // to every request, then close
+// Reads the request, sends `head`, then `body_bytes` bytes 'x', one every
+// `interval_ms`, then holds the connection open.
+ScriptServer::Script trickle(std::string head, size_t body_bytes, int interval_ms);
+int free_loopback_port();  // on 127.0.0.1, nothing listens there right now
 
 }  // namespace ku_test
