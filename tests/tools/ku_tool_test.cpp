@@ -320,9 +320,9 @@ TEST_F(KuTool, FetchStreamsSendsAndCancels)
     ScriptServer blob(answer_with(ScriptServer::response(200, "OK", body)));
     ScriptServer gone(answer_with(ScriptServer::response(404, "Not Found", "gone\n")));
     ScriptServer echo([](ScriptConnection &connection) {  // it answers with what it was asked
-        HttpRequest q;
-        if (connection.read_request(&q))
-            connection.send(ScriptServer::response(200, "OK", q.method + q.target + q.body +
+        if (!connection.read_request()) return;
+        const HttpRequest q = connection.server.requests().back();
+        connection.send(ScriptServer::response(200, "OK", q.method + q.target + q.body +
                                                    q.header("X-1") + q.header("X-2"), "X: 4\r\n"));
     });
     dir.write("body", body);
