@@ -2,13 +2,11 @@
 // and threads sharing a list.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
 #include <tuple>
-#include <vector>
 
 #include "ku/list.h"
 #include "support/alloc_control.h"
+#include "support/hand_off.h"
 
 // Element n is the pointer value n, never dereferenced; 0 is the null element.
 #define ITEM(n) reinterpret_cast<void *>(static_cast<uintptr_t>(n))
@@ -47,35 +45,11 @@ TEST(List, KeepsAppendOrderThroughEveryEdge)
     EXPECT_EQ(ku_list_init(), nullptr);
 }
 
-// Two producers and two consumers: every element is popped exactly once, in
-// its producer's order. The tsan suite runs this for data races.
 TEST(List, ThreadsDeliverEveryElementOnceInOrder)
 {
-    constexpr uintptr_t kEach = 20000;
     ku_list *list = ku_list_init();
-    std::atomic<uintptr_t> taken{0}, out_of_order{0};
-    std::vector<std::atomic<uint8_t>> seen(2 * kEach + 1);
-    auto producer = [&](uintptr_t first) {
-        for (uintptr_t n = first; n < first + kEach; n++) ku_list_append(list, ITEM(n));
-    };
-    auto consumer = [&] {
-        uintptr_t last[2] = {0, 0};
-        while (taken < 2 * kEach) {
-            const auto n = reinterpret_cast<uintptr_t>(ku_list_pop(list));
-            if (n == 0 || n > 2 * kEach) {
-                std::this_thread::yield();
-                continue;
-            }
-            out_of_order += n < last[(n - 1) / kEach];
-            last[(n - 1) / kEach] = n;
-            seen[n]++;
-            taken++;
-        }
-    };
-    std::thread threads[] = {std::thread(producer, 1), std::thread(producer, kEach + 1),
-                             std::thread(consumer), std::thread(consumer)};
-    for (auto &thread : threads) thread.join();
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), 2 * kEach) << "each element once";
-    EXPECT_EQ(out_of_order, 0u);
+    auto put = [list](uint32_t item) { return ku_list_append(list, ITEM(item)) == 0; };
+    auto take = [list] { return uint32_t(reinterpret_cast<uintptr_t>(ku_list_pop(list))); };
+    EXPECT_EQ(ku_test::hand_off(20000, put, take), 0u) << "elements lost or out of order";
     ku_list_deinit(list);
 }
