@@ -280,7 +280,7 @@ const std::vector<Case> kCases = {
      [](Round &r) { download(r, false, false, true); }, kWithCurl},
     {"plugin", "ku_plugin_create", [](Round &r) {
          ku_plugin *plugin = r.check(
-             [] { return ku_plugin_create(KU_TORTURE_PLUGIN_DIR, "kutest_", "good"); }, nullptr);
+             [] { return ku_plugin_create(KU_TEST_PLUGIN_DIR, "kutest_", "good"); }, nullptr);
          EXPECT_TRUE(plugin || r.said("ku_plugin_create malloc failed"));
          ku_plugin_destroy(plugin);
      }},
