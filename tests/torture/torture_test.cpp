@@ -82,34 +82,12 @@ struct Case {
     std::vector<const char *> scope = kLibku;  // objects whose calls may fail
 };
 
-TempDir &scratch()
-{
-    static TempDir dir;
-    return dir;
-}
-
-// The served document. Over TLS a transfer walks the same library code: only
+const TempDir scratch;
+// The served document, made by main() before the first round counts
+// descriptors. Over TLS a transfer walks the same library code: only
 // libcurl's own calls would add rounds.
-struct Web {
-    std::string body;
-    std::unique_ptr<NginxServer> nginx;
-
-    Web()
-    {
-        for (int i = 0; i < 3000; i++) {
-            body += "line " + std::to_string(i) + " of the served document\n";
-        }
-        mkdir(scratch().file("www").c_str(), 0755);
-        scratch().write("www/doc.txt", body);
-        nginx = std::make_unique<NginxServer>(scratch().path(), scratch().file("www"));
-    }
-};
-
-Web &web()
-{
-    static Web shared;
-    return shared;
-}
+std::string body;
+std::unique_ptr<NginxServer> web;
 
 std::string text(const char *chars)
 {
@@ -122,12 +100,12 @@ std::string text(const char *chars)
 void download(Round &r, bool blocking, bool save)
 {
     char headers[] = "X-One: 1\r\nX-Two: 2";
-    const std::string path = scratch().file("saved.bin");
-    const std::string url = web().nginx->http_url("/doc.txt");
+    const std::string path = scratch.file("saved.bin");
+    const std::string url = web->http_url("/doc.txt");
     HttpsOption option{};
     option.save_path = path.c_str();
     option.time_limit = 20;
-    option.total_size = static_cast<uint32_t>(web().body.size());
+    option.total_size = static_cast<uint32_t>(body.size());
     HttpsResponse *response = r.armed([&] {
         return blocking ? HttpsRequest(url.c_str(), save ? nullptr : headers, nullptr,
                                        save ? path.c_str() : nullptr, 10)
@@ -139,9 +117,9 @@ void download(Round &r, bool blocking, bool save)
                                                         response->body_length);
     EXPECT_TRUE(response != nullptr || r.failed());
     EXPECT_EQ(got.size(), response ? response->body_length : 0);
-    EXPECT_EQ(got, web().body.substr(0, got.size()));
+    EXPECT_EQ(got, body.substr(0, got.size()));
     if (response && (!r.failed() || blocking)) {
-        EXPECT_EQ(got.size(), web().body.size()) << "a record for a transfer that ended early";
+        EXPECT_EQ(got.size(), body.size()) << "a record for a transfer that ended early";
         EXPECT_EQ(text(response->header).rfind("HTTP/1.1 200", 0), 0u);
     }
     EXPECT_TRUE(!response || !save || (response->body == nullptr &&
@@ -157,7 +135,7 @@ const std::vector<Case> kCases = {
     {"json", "documents: load, create, save", [](Round &r) {
          // json-c may absorb a failure of its own. A failed copy of the path
          // still gives a document.
-         const std::string path = scratch().write("doc.json", kJson);
+         const std::string path = scratch.write("doc.json", kJson);
          ku_json_destroy(
              r.check([&] { return ku_json_load_from_file(path.c_str()); }, nullptr, true));
          ku_json_destroy(r.check([] { return ku_json_load_from_buf(kJson); }, nullptr, true));
@@ -165,7 +143,7 @@ const std::vector<Case> kCases = {
          if (made == nullptr) {
              return;
          }
-         const std::string target = scratch().write("made.json", "{\"old\":1}");
+         const std::string target = scratch.write("made.json", "{\"old\":1}");
          const bool tree = ku_json_set_obj(made, "data", kJson) == 0;
          const int saved = r.armed([&] { return ku_json_file_save(made, target.c_str()); });
          EXPECT_TRUE(saved == 0 || r.failed_last || !tree);
@@ -210,7 +188,7 @@ const std::vector<Case> kCases = {
          ku_json_destroy(doc);
      }, kWithJson},
     {"table", "load, edit and save", [](Round &r) {
-         const std::string path = scratch().write("rows.txt", kTable);
+         const std::string path = scratch.write("rows.txt", kTable);
          kutable *table = r.check([&] { return kutable_load(path.c_str()); }, nullptr);
          if (table == nullptr) {
              EXPECT_TRUE(r.said("ERR: "));
@@ -225,7 +203,7 @@ const std::vector<Case> kCases = {
          kutable_close(table);
      }},
     {"ini", "read and replace a key", [](Round &r) {
-         const std::string path = scratch().write("set.ini", kIni);
+         const std::string path = scratch.write("set.ini", kIni);
          r.check([&] { return GetIniKeyInt("net", "port", path.c_str()); }, 0);
          // A failed read of the original may still leave a good rewrite.
          const int put = r.check(
@@ -240,7 +218,7 @@ const std::vector<Case> kCases = {
          EXPECT_NE(access((path + ".tmp").c_str(), F_OK), 0);
      }},
     {"socket", "local datagrams and a TCP listener", [](Round &r) {
-         const std::string path = scratch().file("dgram.sock");
+         const std::string path = scratch.file("dgram.sock");
          const int receiver = r.check([&] { return ku_sock_local_create(path.c_str()); }, -1);
          if (receiver >= 0) {
              r.check([&] { return ku_sock_local_send(path.c_str(), "ping", 4); }, -1);
@@ -363,8 +341,12 @@ TEST(Torture, EveryFallibleCallFailsOnce)
 int main(int argc, char **argv)
 {
     ::testing::InitGoogleTest(&argc, argv);
-    // Shared fixtures are made before the first round counts descriptors.
-    web();
+    for (int i = 0; i < 3000; i++) {
+        body += "line " + std::to_string(i) + " of the served document\n";
+    }
+    mkdir(scratch.file("www").c_str(), 0755);
+    scratch.write("www/doc.txt", body);
+    web = std::make_unique<NginxServer>(scratch.path(), scratch.file("www"));
     // Sanitizer reports of a round go where they are seen, not to its files.
     report_fd = dup(2);
     __sanitizer_set_report_fd(reinterpret_cast<void *>(static_cast<intptr_t>(report_fd)));
