@@ -66,7 +66,7 @@ link_alone)  # SOURCE LIBDIR CC "CFLAGS" [EMULATOR...]: a bare -lku reaches ever
     -Wl,-rpath-link,"$libdir" -lku
   export LD_LIBRARY_PATH="$libdir"
   run "$@" "$work/program" ;;
-install)  # BUILD CONSUMER: C and C++ consumers of the installed copy only
+install)  # BUILD CONSUMER: consumers of the installed copy only, by pkg-config and CMake
   prefix=$work/prefix
   cmake --install "$1" --prefix "$prefix" > /dev/null
   libdir=$(dirname "$(dirname "$(find "$prefix" -name ku.pc)")")
@@ -81,13 +81,10 @@ install)  # BUILD CONSUMER: C and C++ consumers of the installed copy only
   # lacks the -dev packages of libcurl's, so a stand-in libcurl.pc goes first.
   printf 'Name: libcurl\nDescription: stand-in\nVersion: %s\nLibs: -lcurl\nCflags:\n' \
     "$(pkg-config --modversion libcurl)" > "$work/libcurl.pc"
-  for program in consumer.c consumer.cpp resample_consumer.c; do
-    compiler="cc -std=c11"
-    [ "$program" != consumer.cpp ] || compiler="c++ -std=c++20"
-    # the flags are lists of words: unquoted
-    $compiler -Wall -Werror "$2/$program" -o "$work/shared" $(pkg-config --cflags --libs ku)
-    run "$work/shared"
-    [ "$program" = consumer.cpp ] && continue
+  # the flags are lists of words: unquoted; libresample comes in only statically
+  cc -std=c11 -Wall -Werror "$2/consumer.c" -o "$work/shared" $(pkg-config --cflags --libs ku)
+  run "$work/shared"
+  for program in consumer.c resample_consumer.c; do
     cc -std=c11 -Wall -Werror "$2/$program" -o "$work/static" $(pkg-config --cflags ku) \
       -Wl,-Bstatic -lku -Wl,-Bdynamic $(pkg-config --static --libs ku | sed "s/-lku //")
     run "$work/static"

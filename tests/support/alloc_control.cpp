@@ -41,26 +41,17 @@ void *arena_alloc(size_t size)
     return arena_used <= sizeof arena ? arena + start : nullptr;
 }
 
-void *(*real_malloc)(size_t);
-void *(*real_calloc)(size_t, size_t);
-void *(*real_realloc)(void *, size_t);
-
+// The next definition of `name` (libc's or the sanitizer's); null while one
+// is being looked up on this thread.
 template <typename Fn>
 Fn next(Fn &slot, const char *name)
 {
-    slot = slot != nullptr ? slot : reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
-    return slot;
-}
-
-void resolve()
-{
-    if (real_malloc == nullptr && !resolving) {
+    if (slot == nullptr && !resolving) {
         resolving = true;
-        next(real_calloc, "calloc");
-        next(real_realloc, "realloc");
-        next(real_malloc, "malloc");
+        slot = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
         resolving = false;
     }
+    return slot;
 }
 
 // Counts the call and says whether the plan makes it fail.
@@ -90,45 +81,32 @@ bool planned_failure(unsigned call, const void *caller)
 }  // namespace
 
 // Every wrapper counts the call, fails it when planned, else forwards it.
-#define KU_FAIL_OR(kind, error, result)                                \
-    resolve();                                                         \
-    if (planned_failure(ku_test::kind, __builtin_return_address(0))) { \
-        errno = error;                                                 \
-        return result;                                                 \
-    }
-#define KU_WRAP(kind, error, result, type, name, params, prologue, ...) \
-    extern "C" type name params                                         \
-    {                                                                   \
-        static type(*real) params = nullptr;                            \
-        prologue KU_FAIL_OR(kind, error, result)                        \
-        return next(real, #name)(__VA_ARGS__);                          \
+#define KU_WRAP(kind, error, result, type, name, params, prologue, ...)        \
+    extern "C" type name params                                                \
+    {                                                                          \
+        static type(*real) params = nullptr;                                   \
+        prologue;                                                              \
+        if (planned_failure(ku_test::kind, __builtin_return_address(0))) {     \
+            errno = error;                                                     \
+            return result;                                                     \
+        }                                                                      \
+        return next(real, #name)(__VA_ARGS__);                                 \
     }
 // open and open64 pass a mode on only when the flags say there is one.
-#define KU_OPEN_MODE                                                    \
-    va_list args;                                                       \
-    va_start(args, flags);                                              \
-    const bool moded = (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE; \
-    const int mode = moded ? va_arg(args, int) : 0;                     \
-    va_end(args);
-
-extern "C" void *malloc(size_t size)
-{
-    if (resolve(), real_malloc == nullptr) {
-        return arena_alloc(size);
+#define KU_OPEN_MODE                                                           \
+    va_list args;                                                              \
+    va_start(args, flags);                                                     \
+    const bool moded = (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE;  \
+    const int mode = moded ? va_arg(args, int) : 0;                            \
+    va_end(args)
+#define KU_ARENA(bytes)                                                        \
+    if (next(real, __func__) == nullptr) {                                     \
+        return arena_alloc(bytes);                                             \
     }
-    KU_FAIL_OR(kMalloc, ENOMEM, nullptr)
-    return real_malloc(size);
-}
 
-extern "C" void *calloc(size_t count, size_t size)
-{
-    if (resolve(), real_calloc == nullptr) {
-        return arena_alloc(count * size);  // the arena is zero-filled
-    }
-    KU_FAIL_OR(kCalloc, ENOMEM, nullptr)
-    return real_calloc(count, size);
-}
-
+KU_WRAP(kMalloc, ENOMEM, nullptr, void *, malloc, (size_t size), KU_ARENA(size), size)
+KU_WRAP(kCalloc, ENOMEM, nullptr, void *, calloc, (size_t count, size_t size),
+        KU_ARENA(count * size), count, size)
 KU_WRAP(kRealloc, ENOMEM, nullptr, void *, realloc, (void *block, size_t size), , block, size)
 KU_WRAP(kStrdup, ENOMEM, nullptr, char *, strdup, (const char *text), , text)
 KU_WRAP(kFopen, EMFILE, nullptr, FILE *, fopen, (const char *path, const char *mode), , path, mode)
@@ -148,7 +126,6 @@ namespace ku_test {
 
 AllocControl::AllocControl()
 {
-    resolve();
     reset();
     allow();
 }

@@ -26,8 +26,6 @@ class AllocControl {
 public:
     AllocControl();  // resets this thread's counters and plan
     ~AllocControl() { allow(); }
-    AllocControl(const AllocControl &) = delete;
-    AllocControl &operator=(const AllocControl &) = delete;
 
     // Of the calls matching `calls`, let the next `skip` succeed, then fail
     // `fail` calls (negative: all) the way libc does when the resource is

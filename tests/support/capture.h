@@ -10,19 +10,20 @@
 
 namespace ku_test {
 
-class CaptureFd {
+template <int kFd>
+class Capture {
 public:
-    explicit CaptureFd(int fd) : fd_(fd), saved_(dup(fd))
+    Capture()
     {
         fflush(nullptr);
         char path[] = "/tmp/ku-capture-XXXXXX";
         file_ = mkstemp(path);
         unlink(path);
-        dup2(file_, fd_);
+        dup2(file_, kFd);
     }
-    ~CaptureFd() { finish(); }
-    CaptureFd(const CaptureFd &) = delete;
-    CaptureFd &operator=(const CaptureFd &) = delete;
+    ~Capture() { finish(); }
+    Capture(const Capture &) = delete;
+    Capture &operator=(const Capture &) = delete;
 
     // Restores the descriptor and returns everything written since
     // construction; later calls return the same text.
@@ -30,7 +31,7 @@ public:
     {
         if (file_ >= 0) {
             fflush(nullptr);
-            dup2(saved_, fd_);
+            dup2(saved_, kFd);
             close(saved_);
             char chunk[4096];
             for (ssize_t got; (got = pread(file_, chunk, sizeof chunk, off_t(text_.size()))) > 0;) {
@@ -43,16 +44,11 @@ public:
     }
 
 private:
-    int fd_, saved_, file_;
+    int saved_ = dup(kFd), file_;
     std::string text_;
 };
 
-struct CaptureStderr : CaptureFd {
-    CaptureStderr() : CaptureFd(2) {}
-};
-
-struct CaptureStdout : CaptureFd {
-    CaptureStdout() : CaptureFd(1) {}
-};
+using CaptureStdout = Capture<1>;
+using CaptureStderr = Capture<2>;
 
 }  // namespace ku_test

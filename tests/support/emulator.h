@@ -3,10 +3,6 @@
 // emulator instead of the device's kernel; tests skip such cases by name.
 #pragma once
 
-#include <sstream>
-#include <string>
-#include <vector>
-
 // KU_TEST_ASAN: this build carries AddressSanitizer.
 #if defined(__SANITIZE_ADDRESS__)
 #define KU_TEST_ASAN 1
@@ -18,24 +14,18 @@
 
 namespace ku_test {
 
-// The emulator command (program and options) to put in front of this binary
-// when it starts itself again; empty for a native build. The build passes
-// its words joined by '|'.
-inline std::vector<std::string> emulator_command()
-{
-    std::vector<std::string> words;
+// The build passes the emulator command (program and options) to put in
+// front of this binary when it starts itself again, its words joined by '|'.
+constexpr const char *kEmulatorCommand =
 #ifdef KU_TEST_EMULATOR
-    std::istringstream joined(KU_TEST_EMULATOR);
-    for (std::string word; std::getline(joined, word, '|');) {
-        words.push_back(word);
-    }
+    KU_TEST_EMULATOR;
+#else
+    "";
 #endif
-    return words;
-}
 
 inline bool under_emulator()
 {
-    return !emulator_command().empty();
+    return kEmulatorCommand[0] != '\0';
 }
 
 }  // namespace ku_test

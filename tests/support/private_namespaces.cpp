@@ -8,6 +8,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
+#include <vector>
 
 namespace ku_test {
 namespace {
@@ -44,19 +46,20 @@ bool enter_private_namespaces()
         return refuse("unshare -m -n is not permitted here (needs root or user namespaces)");
     }
     // A cross-built test must start through its emulator again.
-    std::vector<std::string> arguments = {"unshare", "-m", "-n", "--propagation", "private", "--"};
-    for (const std::string &word : emulator_command()) {
-        arguments.push_back(word);
+    std::vector<std::string> words = {"unshare", "-m", "-n", "--propagation", "private", "--"};
+    std::istringstream emulator(kEmulatorCommand);
+    for (std::string word; std::getline(emulator, word, '|');) {
+        words.push_back(word);
     }
-    arguments.push_back(std::filesystem::read_symlink("/proc/self/exe").string());
+    words.push_back(std::filesystem::read_symlink("/proc/self/exe").string());
     std::ifstream own("/proc/self/cmdline", std::ios::binary);
     std::string word;
     std::getline(own, word, '\0');  // the program as it was started
     while (std::getline(own, word, '\0')) {
-        arguments.push_back(word);
+        words.push_back(word);
     }
     std::vector<char *> argv;
-    for (std::string &argument : arguments) {
+    for (std::string &argument : words) {
         argv.push_back(argument.data());
     }
     argv.push_back(nullptr);

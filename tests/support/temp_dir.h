@@ -45,14 +45,4 @@ inline std::string read_file(const std::string &path)
     return text.str();
 }
 
-// Switches the working directory to `dir` for the lifetime of the object.
-class ScopedChdir {
-public:
-    explicit ScopedChdir(const std::string &dir) { std::filesystem::current_path(dir); }
-    ~ScopedChdir() { std::filesystem::current_path(previous_); }
-
-private:
-    std::filesystem::path previous_ = std::filesystem::current_path();
-};
-
 }  // namespace ku_test
