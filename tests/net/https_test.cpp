@@ -130,6 +130,24 @@ TEST(Https, RequestAndResponseCarryEveryByteAndAnErrorStatusIsNoFailure)
     HttpsFreeResponse(nullptr);
 }
 
+// A full flash (a save file that is a link to /dev/full): the blocking request
+// fails, the cancellable one counts only bytes that reached the file.
+TEST(Https, SaveFileOnAFullDiskIsAFailedTransfer)
+{
+    ASSERT_EQ(access("/dev/full", W_OK), 0);
+    ScriptServer server(answer_with(ScriptServer::response(200, "OK", std::string(70000, 'f'))));
+    TempDir dir;
+    const std::string path = dir.file("full");
+    ASSERT_EQ(symlink("/dev/full", path.c_str()), 0);
+    CaptureStderr err;
+    EXPECT_EQ(fetch(0, server.url(), path.c_str()), nullptr);
+    EXPECT_THAT(err.finish(), HasSubstr("HttpsRequest failed, res=23\n"));  // a write error
+    HttpsOption option{.total_size = 70000, .save_path = path.c_str(), .time_limit = 10};
+    const Response partial = nonblock(server.url(), &option);
+    ASSERT_NE(partial, nullptr);
+    EXPECT_EQ(partial->body_length + option.done_size, 0u);
+}
+
 // nginx with certificates from a CA bound over the bundle and from one nobody trusts.
 TEST(Https, TlsPeerMustChainToTheBundledCa)
 {
