@@ -148,6 +148,29 @@ TEST(Https, SaveFileOnAFullDiskIsAFailedTransfer)
     EXPECT_EQ(partial->body_length + option.done_size, 0u);
 }
 
+// Progress after each write: done_size * 100 / total_size in 64 bits, rounded
+// down and not capped; done_size goes on from where the caller left it.
+TEST(Https, ProgressGivesThePercentOfTheExpectedSizeWritten)
+{
+    ScriptServer server(answer_with(ScriptServer::response(200, "OK", std::string(300001, 'p'))));
+    TempDir dir;
+    const std::string path = dir.file("p");
+    static std::vector<int> seen;
+    for (auto [start, total, last] : {std::tuple{0u, 200000u, 150}, {50000000u, 100000000u, 50}}) {
+        seen.clear();
+        HttpsOption option{.progress = [](uintptr_t one, uintptr_t two, int percent) {
+                               seen.push_back(one == 1 && two == 2 ? percent : -1);
+                               return 0;
+                           },
+                           .progress_arg1 = 1, .progress_arg2 = 2, .total_size = total,
+                           .done_size = start, .save_path = path.c_str(), .time_limit = 10};
+        ASSERT_NE(nonblock(server.url(), &option), nullptr);
+        EXPECT_EQ(option.done_size, start + 300001);
+        EXPECT_TRUE(!seen.empty() && std::is_sorted(seen.begin(), seen.end()) && seen[0] >= 0);
+        EXPECT_EQ(seen.empty() ? -2 : seen.back(), last);
+    }
+}
+
 // nginx with certificates from a CA bound over the bundle and from one nobody trusts.
 TEST(Https, TlsPeerMustChainToTheBundledCa)
 {
