@@ -41,7 +41,8 @@ uint32_t hand_off(uint32_t each, Put put, Take take)
     std::thread threads[] = {std::thread(producer, 1), std::thread(producer, each + 1),
                              std::thread(consumer), std::thread(consumer)};
     for (auto &thread : threads) thread.join();
-    return wrong + uint32_t(std::count_if(seen.begin() + 1, seen.end(), [](auto &n) { return n != 1; }));
+    const auto not_once = [](const std::atomic<uint8_t> &n) { return n != 1; };
+    return wrong + uint32_t(std::count_if(seen.begin() + 1, seen.end(), not_once));
 }
 
 }  // namespace ku_test
