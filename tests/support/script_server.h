@@ -43,7 +43,7 @@ public:
                                 const std::string &extra_headers = "");  // with Content-Length
 
 private:
-    friend class ScriptConnection;
+    friend struct ScriptConnection;
     int port_ = 0, listen_fd_ = -1;  // in this order: the port is set by the listen
     std::atomic<bool> stopping_{false};
     int current_ = -1;  // the connection in hand, under mutex_
