@@ -16,8 +16,7 @@ TEST(CaseConversion, OnlyAsciiLettersChangeUpToTheTerminator)
     EXPECT_EQ(strupr(nullptr), nullptr);
     EXPECT_EQ(strlwr(nullptr), nullptr);
     const std::string text("\x01`az{@AZ[\x80\xE1\xFF 9\0aA", 17);
-    std::string upper = text;
-    std::string lower = text;
+    std::string upper = text, lower = text;
     EXPECT_EQ(strupr(upper.data()), upper.data());
     EXPECT_EQ(strlwr(lower.data()), lower.data());
     EXPECT_EQ(upper, std::string("\x01`AZ{@AZ[\x80\xE1\xFF 9\0aA", 17));
