@@ -1,11 +1,10 @@
-// Exact samples at every edge of the fixed-point walk, the bridge between blocks
-// and the reduction to mono; blocks without a whole sample, scratch, refusals.
+// Exact samples at each edge of the fixed-point walk, bridge and mono reduction; refusals.
 #include "ku/miniresample.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
+#include <string>
 #include <vector>
 
 #include "support/alloc_control.h"
@@ -19,8 +18,7 @@ struct Stream {
         : state(miniresample_init(in_rate, out_rate, channels, select)) {}
     ~Stream() { miniresample_deinit(state); }
 
-    // The samples of one call of `bytes` (0: the whole block); the room behind
-    // them must keep its markers.
+    // The samples of one call of `bytes` (0: the whole block); the room behind keeps its markers.
     Samples feed(const Samples &input, int32_t bytes = 0)
     {
         Samples out(input.size() * 8 + 64, 0x5A5A);
@@ -60,7 +58,6 @@ TEST(Miniresample, StreamsGiveTheExactSamples)
           {{90, 100, 110, 120}, {80, 110}}}},
         // the step is 2^-32 above the ratio: products lie just below whole numbers
         {"1:4 falling, toward negative infinity", 1, 4, 1, 0, {{{100, 0}, {100, 74, 49, 24}}}},
-        {"3:1 exact, yet the extra fraction", 3, 1, 1, 0, {{{0, 0, 0, 1000, 0, 0, 0}, {0, 999}}}},
         {"difference beyond 16 bits", 1, 2, 1, 0, {{{32767, -32768}, {32767, -1}}}},
         {"one bridge sample at any ratio", 1, 8, 1, 0, {{{0}, {}}, {{800}, {0}}, {{1600}, {900}}}},
         {"8:1 jumps over a whole block", 8, 1, 1, 0,
@@ -68,7 +65,6 @@ TEST(Miniresample, StreamsGiveTheExactSamples)
         {"first channel", 8000, 8000, 2, 1, {{{-3, -4, -1, 2}, {-3, -1}}}},
         {"second channel", 8000, 8000, 2, 2, {{{-3, -4, -1, 2}, {-4, 2}}}},
         {"average truncates toward zero", 8000, 8000, 2, 0, {{{-3, -4, -1, 2}, {-3, 0}}}},
-        {"selection 3 averages", 8000, 8000, 2, 3, {{{-3, -4, -1, 2}, {-3, 0}}}},
         {"extremes average", 8000, 8000, 2, 0, {{{32767, 32767, -32768, -32768}, {32767, -32768}}}},
         {"third sample unread", 8000, 8000, 3, 0, {{{-3, -4, 999, -1, 2, -999}, {-3, 0}}}},
         {"selection before resampling", 1, 4, 2, 2, {{{-9, 0, 9, 100}, {0, 25, 50, 75}}}},
@@ -87,21 +83,25 @@ TEST(Miniresample, StreamsGiveTheExactSamples)
 TEST(Miniresample, EqualRatesPassAnOddOneChannelBlockThroughWhole)
 {
     Stream stream(16000, 16000);
-    const unsigned char input[5] = {0x11, 0x22, 0x33, 0x44, 0x55};
-    for (int32_t size : {5, 1}) {
-        alignas(2) unsigned char output[6] = {0, 0, 0, 0, 0, 0xEE};
-        int32_t out_size = 0;
-        ASSERT_EQ(miniresample_process(stream.state, input, size, output, &out_size), 0);
-        EXPECT_EQ(out_size, size);
-        EXPECT_EQ(std::memcmp(output, input, size_t(size)), 0);
-        EXPECT_EQ(output[size], size == 5 ? 0xEE : 0x00);
+    for (const std::string block : {"\x11\x22\x33\x44\x55", "\x66"}) {
+        std::string out(6, '\xEE');
+        int32_t size = 0;
+        const auto bytes = int32_t(block.size());
+        ASSERT_EQ(miniresample_process(stream.state, block.data(), bytes, out.data(), &size), 0);
+        EXPECT_EQ(out.substr(0, size_t(size) + 1), block + '\xEE');
     }
 }
 
-// Refused memory gives null or -1 and leaves the stream. The scratch copy follows
-// the raw input size, never shrinks: equal blocks allocate once. Input is output.
-TEST(Miniresample, ScratchGrowsOnlyForALargerBlockAndMayBeRefused)
+// Meaningless settings and a null converter are refused; so is memory, which
+// leaves the stream. The scratch copy follows the raw input size, never
+// shrinks: equal blocks allocate once. Input is output.
+TEST(Miniresample, RefusesWhatItCannotUseAndGrowsScratchOnlyForALargerBlock)
 {
+    const int32_t rows[][3] = {{0, 1, 1}, {1, 0, 1}, {-1, 1, 1}, {2, 1, 0}, {2, 1, 4}};
+    for (const auto &[in, out, channels] : rows)
+        EXPECT_EQ(miniresample_init(in, out, channels, 0), nullptr) << in << out << channels;
+    EXPECT_EQ(miniresample_process(nullptr, nullptr, 6, nullptr, nullptr), -1) << "touches nothing";
+    miniresample_deinit(nullptr);
     KU_REQUIRE_ALLOC_CONTROL();
     Stream stream(1, 4, 2, 1);
     Samples io(4100);
@@ -117,13 +117,4 @@ TEST(Miniresample, ScratchGrowsOnlyForALargerBlockAndMayBeRefused)
     for (int32_t size : {4000, 4000, 3000, 8, 4004})
         ASSERT_EQ(miniresample_process(stream.state, io.data(), size, io.data(), &out_size), 0);
     EXPECT_EQ(alloc.count(ku_test::kAnyAlloc), 2) << "for 4000 bytes, then for 4004";
-}
-
-TEST(Miniresample, MeaninglessSettingsAndANullConverterAreRefused)
-{
-    const int32_t rows[][3] = {{0, 1, 1}, {1, 0, 1}, {-1, 1, 1}, {2, 1, 0}, {2, 1, 4}};
-    for (const auto &[in, out, channels] : rows)
-        EXPECT_EQ(miniresample_init(in, out, channels, 0), nullptr) << in << out << channels;
-    EXPECT_EQ(miniresample_process(nullptr, nullptr, 6, nullptr, nullptr), -1) << "touches nothing";
-    miniresample_deinit(nullptr);
 }

@@ -16,8 +16,7 @@ TEST(Plugin, LoadGivesTheOpsOrOneMessageAndUnloadsAtTheEnd)
 {
     ku_test::TempDir dir;
     dir.write("kutest_text.so", "just some text, no ELF header\n");
-    const std::string long_name(1100, 'n');
-    const std::string cut = (dir.path() + "/p_" + long_name).substr(0, 1023);
+    const std::string long_name(1100, 'n'), cut = (dir.path() + "/p_" + long_name).substr(0, 1023);
     const char *const plugins = KU_TEST_PLUGIN_DIR, *const temp = dir.path().c_str();
     const std::string invalid = "ku_plugin_create invalid args, path=";
     const auto mismatch = [](const std::string &got, const std::string &name) {
@@ -60,8 +59,7 @@ TEST(Plugin, LoadGivesTheOpsOrOneMessageAndUnloadsAtTheEnd)
         EXPECT_EQ(out.finish(), file.empty() ? "" : "open " + file + " succeed\n");
         EXPECT_EQ(plugin != nullptr, row.ops != nullptr) << file;
         if (plugin != nullptr) {
-            EXPECT_EQ(plugin->reserved, 0u);
-            EXPECT_EQ(plugin->handle, held);
+            EXPECT_EQ(std::make_pair(plugin->reserved, plugin->handle), std::make_pair(0u, held));
             EXPECT_STREQ(static_cast<const char *>(plugin->ops), row.ops);
         }
         ku_plugin_destroy(plugin);

@@ -11,7 +11,7 @@
 // Only milliseconds round, and seconds widen before they are scaled. Local
 // time is single precision at every step: float(1795390927) is 1795390976, a
 // multiple of 128; the shift is added and rounded again.
-TEST(Clock, TicksAndLocalTimeRoundAsDocumentedAndRefuseZonesBeyondADay)
+TEST(Clock, RoundsTicksAndLocalTimeAsDocumentedAndCountsFullYearsAndMonthsFromOne)
 {
     const std::tuple<int64_t, long, int64_t, int64_t, int64_t, int64_t> ticks[] = {
         {0, 499999, 0, 0, 499, 499999}, {0, 500000, 0, 1, 500, 500000},
@@ -36,11 +36,8 @@ TEST(Clock, TicksAndLocalTimeRoundAsDocumentedAndRefuseZonesBeyondADay)
     }
     for (const float zone_hours : {std::nextafter(24.0f, 25.0f), -25.0f, INFINITY, -INFINITY, NAN})
         EXPECT_EQ(ku_local_time(zone_hours), -1) << zone_hours;
-}
-
-// Both ways: full years, months from 1. The zone stays: no other case reads it.
-TEST(Clock, GmTimeAndMktimeCountYearsInFullAndMonthsFromOne)
-{
+    // The calendar both ways: full years, months from 1. The zone stays: no
+    // other case reads it.
     setenv("TZ", "UTC", 1);
     tzset();
     const std::pair<time_t, const char *> rows[] = {

@@ -1,5 +1,4 @@
-// The plock stand-in, built into this file, takes over access, open, ioctl
-// and system: no case reaches a real device or runs mknod.
+// The plock stand-in, built in, takes over access, open, ioctl and system: no real device or mknod.
 #include "ku/process_lock.h"
 
 #include <gtest/gtest.h>

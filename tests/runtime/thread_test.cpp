@@ -14,7 +14,7 @@
 // A smaller default stack is raised to 0x40000 (0x20000: page rounding alone
 // cannot get there), a larger one is kept. The default ends at the usual 8 MiB.
 // Detach of 0 detaches the calling thread, so that a second one is refused.
-TEST(Thread, StackIsAtLeast0x40000AndAThreadMayJoinOrDetachItself)
+TEST(Thread, HasAStackOfAtLeast0x40000JoinsOrDetachesItselfAndMovesToFifo)
 {
     for (const size_t default_stack : {0x20000u, 8u << 20}) {
         pthread_attr_t attr;
@@ -43,12 +43,8 @@ TEST(Thread, StackIsAtLeast0x40000AndAThreadMayJoinOrDetachItself)
         usleep(1000);
     EXPECT_EQ(first, 0);
     EXPECT_EQ(second, EINVAL);
-}
-
-// The result is that of reading the parameters back, so a refused change
-// (priority 1000, or SCHED_FIFO without the right) still gives 0.
-TEST(Thread, PriorityMovesTheCallingThreadToFifo)
-{
+    // The priority's result is that of reading the parameters back, so a refused
+    // change (priority 1000, or SCHED_FIFO without the right) still gives 0.
     std::thread([] {
         int policy = -1;
         sched_param param{1};
@@ -62,7 +58,7 @@ TEST(Thread, PriorityMovesTheCallingThreadToFifo)
     }).join();
 }
 
-TEST(Lock, HolderMayEnterAgainAndOthersWaitForTheLastLeave)
+TEST(Lock, HolderMayEnterAgainOthersWaitForTheLastLeaveAndResourcesMayRunOut)
 {
     pthread_mutex_t *lock = kulock_init();
     const auto other_may_enter = [lock] {
@@ -77,11 +73,8 @@ TEST(Lock, HolderMayEnterAgainAndOthersWaitForTheLastLeave)
     EXPECT_EQ(kulock_leave(lock), 0);
     EXPECT_TRUE(other_may_enter());
     kulock_deinit(lock);
-}
-
-TEST(Lock, OutOfResourcesGivesZeroOrNullAndOneErrorLine)
-{
     kulock_deinit(nullptr);
+    // Out of resources: 0 or null, and one error line for the thread.
     KU_REQUIRE_ALLOC_CONTROL();
     ku_test::CaptureStderr capture;
     ku_test::AllocControl alloc;

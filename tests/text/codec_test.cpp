@@ -30,7 +30,8 @@ TEST(Hex2Ascii, DecodesPairsUntilAnInvalidOneAndClearsDstSize)
     }
 }
 
-TEST(Ascii2Hex, WritesUpperCasePairsAndClearsDstSize)
+// Upper-case pairs, dst_size cleared; a number from at most eight positions.
+TEST(Hex, EncodesUpperCasePairsAndReadsANumberFromEightPositions)
 {
     const std::tuple<int32_t, uint32_t, int32_t, std::string> rows[] = {
         {3, 0, 6, "00AB9F##"},  // no terminator of its own
@@ -42,21 +43,16 @@ TEST(Ascii2Hex, WritesUpperCasePairsAndClearsDstSize)
         EXPECT_EQ(ku_ascii2hex("\x00\xAB\x9F", dst, src_len, dst_size), result);
         EXPECT_EQ(std::string(dst, want.size()), want) << src_len;
     }
-}
-
-TEST(A2hex, ReadsAtMostEightPositionsAndSkipsNonDigits)
-{
-    const std::pair<const char *, uint32_t> rows[] = {
+    const std::pair<const char *, uint32_t> numbers[] = {
         {"", 0}, {"FFFFFFFF", 0xFFFFFFFFu}, {"123456789", 0x12345678u}, {"aB", 0xAB}, {"zz", 0},
         {"1 2", 0x12}, {":1", 1}, {"g1h2", 0x12}, {"9fF0", 0x9FF0}, {"0x12345678", 0x123456u},
     };
-    for (const auto &[text, value] : rows) {
+    for (const auto &[text, value] : numbers)
         EXPECT_EQ(ku_a2hex(text), value) << text;
-    }
 }
 
 // Sources are exact-sized: ASan sees a read behind src_len.
-TEST(Base64Encode, WritesTheStandardTextAndATerminator)
+TEST(Base64, EncodesTheStandardTextWithATerminatorAndDecodesByEveryRule)
 {
     const std::pair<std::string, std::string> rows[] = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="},
@@ -73,13 +69,9 @@ TEST(Base64Encode, WritesTheStandardTextAndATerminator)
     char dst[2] = {'#', '#'};
     EXPECT_EQ(ku_string_base64_encode(dst, "abc", -5), 0);
     EXPECT_EQ(std::string(dst, 2), std::string("\0#", 2)) << "the terminator alone";
-}
-
-// One row per decoder rule: text, dst_size, result and the first bytes of dst
-// afterwards (dst starts as 'U'; groups before a failure stay).
-TEST(Base64Decode, FollowsEveryRule)
-{
-    const std::tuple<const char *, uint32_t, int32_t, std::string> rows[] = {
+    // One row per decoder rule: text, dst_size, result and the first bytes of
+    // dst afterwards (dst starts as 'U'; groups before a failure stay).
+    const std::tuple<const char *, uint32_t, int32_t, std::string> decodes[] = {
         {"", 1, 0, "U"}, {" \t\r\n ", 1, 0, "U"}, {"", 0, 0, "U"}, {"Zg==", 2, 1, "fU"},
         {"Zm8=", 3, 2, "foU"}, {"+/8=", 3, 2, "\xFB\xFFU"}, {"//6A", 4, 3, "\xFF\xFE\x80U"},
         {&"QUJDZm9vYmFy"[4], 7, 6, "foobarU"},  // "QUJD" lies before the text, never read
@@ -98,10 +90,10 @@ TEST(Base64Decode, FollowsEveryRule)
         {"Zm 9v", 3, -1, "U"}, {"Zm 9v", 4, 3, "fooU"}, {"Zm9vYmFyYmF6", 7, -1, "foobarU"},
         {"Zm 9vYmFyYmF6", 7, -1, "foobarU"}, {"Zm9vYmFy!AAA", 16, -1, "foobarU"},
     };
-    for (const auto &[text, dst_size, result, want] : rows) {
-        char dst[16];
-        std::memset(dst, 'U', sizeof dst);
-        EXPECT_EQ(ku_string_base64_decode(text, dst, dst_size), result) << text << " " << dst_size;
-        EXPECT_EQ(std::string(dst, want.size()), want) << text;
+    for (const auto &[text, dst_size, result, want] : decodes) {
+        char area[16];
+        std::memset(area, 'U', sizeof area);
+        EXPECT_EQ(ku_string_base64_decode(text, area, dst_size), result) << text << " " << dst_size;
+        EXPECT_EQ(std::string(area, want.size()), want) << text;
     }
 }

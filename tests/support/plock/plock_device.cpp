@@ -1,6 +1,5 @@
-// A stand-in for the "/dev/plock" device and its driver. It defines access,
-// open, ioctl and system (which runs nothing) for the whole process, so only
-// the process lock test and the LD_PRELOAD module of the ku tool tests have it.
+// A stand-in for the "/dev/plock" device and driver: access, open, ioctl and system (which
+// runs nothing) for the whole process, so only the process lock test and ku's preload have it.
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -15,11 +14,10 @@
 namespace ku_test {
 
 // KU_PLOCK_STANDIN picks the machine of a preloaded run: "none" (no node,
-// mknod refused), "node" (no driver) or "driver". Unset, a test sets it up.
+// mknod refused), "node" (no driver) or "driver". Unset, mknod makes the node.
 struct PlockDevice {
     const char *machine = std::getenv("KU_PLOCK_STANDIN");
     bool node = machine != nullptr && std::strcmp(machine, "none") != 0;  // the node is there
-    bool mknod_works = machine == nullptr;  // "mknod /dev/plock c 210 0" makes it
     bool driver = machine == nullptr || std::strcmp(machine, "driver") == 0;  // the node opens
     int answer = 0;                  // what every ioctl gives
     std::vector<std::string> calls;  // "access <mode>", "open <flags>", "ioctl <cmd> <arg>", system
@@ -39,7 +37,6 @@ extern "C" int access(const char *path, int mode)
     if (std::strcmp(path, "/dev/plock") != 0)
         return faccessat(AT_FDCWD, path, mode, 0);
     ku_test::plock_device().calls.push_back("access " + std::to_string(mode));
-    errno = ENOENT;
     return ku_test::plock_device().node ? 0 : -1;
 }
 
@@ -80,6 +77,6 @@ extern "C" int system(const char *command)
 {
     ku_test::PlockDevice &device = ku_test::plock_device();
     device.calls.emplace_back(command != nullptr ? command : "");
-    device.node |= device.mknod_works && device.calls.back() == "mknod /dev/plock c 210 0";
+    device.node |= device.machine == nullptr && device.calls.back() == "mknod /dev/plock c 210 0";
     return device.node ? 0 : 256;
 }
