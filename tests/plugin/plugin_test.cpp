@@ -16,8 +16,7 @@ TEST(Plugin, LoadGivesTheOpsOrOneMessageAndUnloadsAtTheEnd)
 {
     ku_test::TempDir dir;
     dir.write("kutest_text.so", "just some text, no ELF header\n");
-    const std::string long_name(1100, 'n');
-    const std::string cut = (dir.path() + "/p_" + long_name).substr(0, 1023);
+    const std::string long_name(1100, 'n'), cut = (dir.path() + "/p_" + long_name).substr(0, 1023);
     const char *const plugins = KU_TEST_PLUGIN_DIR, *const temp = dir.path().c_str();
     const std::string invalid = "ku_plugin_create invalid args, path=";
     const auto mismatch = [](const std::string &got, const std::string &name) {
@@ -34,10 +33,8 @@ TEST(Plugin, LoadGivesTheOpsOrOneMessageAndUnloadsAtTheEnd)
         {"/d", nullptr, "x", "", invalid + "/d prefix=(null) name=x\n"},
         {"/d", "p_", nullptr, "", invalid + "/d prefix=p_ name=(null)\n"},
         {"/d", "p_", "", "", invalid + "/d prefix=p_ name=\n"},
-        {temp, "kutest_", "gone", "", "access " + dir.path() + "/kutest_gone.so failed\n"},
         {"", "kutest_", "gone", "", "access /kutest_gone.so failed\n"},  // in the root
         {temp, "p_", long_name.c_str(), "", "access " + cut + " failed\n"},
-        {plugins, "kutest_", "wrong", "kutest_wrong", mismatch("other", "wrong")},
         {plugins, "", "kutest_wrong", "kutest_wrong", mismatch("other", "kutest_wrong")},
         {plugins, "kutest", "_good", "kutest_good", mismatch("good", "_good")},
         {plugins, "kutest_", "noname", "kutest_noname", mismatch("null", "noname")},
@@ -62,8 +59,7 @@ TEST(Plugin, LoadGivesTheOpsOrOneMessageAndUnloadsAtTheEnd)
         EXPECT_EQ(out.finish(), file.empty() ? "" : "open " + file + " succeed\n");
         EXPECT_EQ(plugin != nullptr, row.ops != nullptr) << file;
         if (plugin != nullptr) {
-            EXPECT_EQ(plugin->reserved, 0u);
-            EXPECT_EQ(plugin->handle, held);
+            EXPECT_EQ(std::make_pair(plugin->reserved, plugin->handle), std::make_pair(0u, held));
             EXPECT_STREQ(static_cast<const char *>(plugin->ops), row.ops);
         }
         ku_plugin_destroy(plugin);

@@ -4,36 +4,40 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <tuple>
 
 #include "support/fake_clock.h"
 
-TEST(Clock, TicksRoundOnlyMillisecondsAndWidenBeforeScaling)
+// Only milliseconds round, and seconds widen before they are scaled. Local
+// time is single precision at every step: float(1795390927) is 1795390976, a
+// multiple of 128; the shift is added and rounded again.
+TEST(Clock, RoundsTicksAndLocalTimeAsDocumentedAndCountsFullYearsAndMonthsFromOne)
 {
-    const struct {
-        int64_t sec;
-        long nsec;
-        int64_t s, ms, us, ns;
-    } rows[] = {
-        {0, 499999, 0, 0, 499, 499999},
-        {0, 500000, 0, 1, 500, 500000},
+    const std::tuple<int64_t, long, int64_t, int64_t, int64_t, int64_t> ticks[] = {
+        {0, 499999, 0, 0, 499, 499999}, {0, 500000, 0, 1, 500, 500000},
         {7, 999600000, 7, 8000, 7999600, 7999600000},  // the next second, early
-        {3000000, 123456789, 3000000, 3000000123, 3000000123456, 3000000123456789},
-        {2147483647, 999999999, 2147483647, 2147483648000, 2147483647999999,
-         2147483647999999999},
+        {2147483647, 999999999, 2147483647, 2147483648000, 2147483647999999, 2147483647999999999},
+    };
+    const std::tuple<int64_t, float, int64_t> local[] = {
+        {1795390927, 0.0f, 1795390976}, {1795390927, 5.5f, 1795410816},
+        {1795390927, 24.0f, 1795390976 + 86400}, {1795390927, -24.0f, 1795390976 - 86400},
+        {INT64_MAX, 0.0f, -1}, {INT64_MIN, 0.0f, INT64_MIN},  // INT64_MAX rounds to 2^63: too far
     };
     ku_test::FakeClock clock;
-    for (const auto &row : rows) {
-        clock.set_monotonic(row.sec, row.nsec);
+    for (const auto &[sec, nsec, s, ms, us, ns] : ticks) {
+        clock.set_monotonic(sec, nsec);
         EXPECT_EQ(std::make_tuple(ku_second_ticks(), ku_ms_ticks(), ku_us_ticks(), ku_ns_ticks()),
-                  std::make_tuple(row.s, row.ms, row.us, row.ns));
+                  std::make_tuple(s, ms, us, ns));
     }
-}
-
-// Both ways: full years, months from 1. The zone stays: no other case reads it.
-TEST(Clock, GmTimeAndMktimeCountYearsInFullAndMonthsFromOne)
-{
+    for (const auto &[utc, zone_hours, expected] : local) {
+        clock.set_utc(utc);
+        EXPECT_EQ(ku_utc_time(), utc);
+        EXPECT_EQ(ku_local_time(zone_hours), expected) << utc << " " << zone_hours;
+    }
+    for (const float zone_hours : {std::nextafter(24.0f, 25.0f), -25.0f, INFINITY, -INFINITY, NAN})
+        EXPECT_EQ(ku_local_time(zone_hours), -1) << zone_hours;
+    // The calendar both ways: full years, months from 1. The zone stays: no
+    // other case reads it.
     setenv("TZ", "UTC", 1);
     tzset();
     const std::pair<time_t, const char *> rows[] = {
@@ -58,27 +62,4 @@ TEST(Clock, GmTimeAndMktimeCountYearsInFullAndMonthsFromOne)
     setenv("TZ", "EST5", 1);  // the record is read as local time
     tzset();
     EXPECT_EQ(ku_mktime(tm), 1764547200 + 5 * 3600);
-}
-
-// Single precision at every step: float(1795390927) is 1795390976, a
-// multiple of 128; the shift is added and rounded again.
-TEST(Clock, LocalTimeShiftsInSinglePrecisionAndRefusesZonesBeyondADay)
-{
-    const std::tuple<int64_t, float, int64_t> rows[] = {
-        {1795390927, 0.0f, 1795390976},
-        {1795390927, 5.5f, 1795410816},
-        {1795390927, 24.0f, 1795390976 + 86400},
-        {1795390927, -24.0f, 1795390976 - 86400},
-        {INT64_MAX, 0.0f, -1},  // rounds to 2^63, out of range
-        {INT64_MIN, 0.0f, INT64_MIN},
-    };
-    ku_test::FakeClock clock;
-    for (const auto &[utc, zone_hours, expected] : rows) {
-        clock.set_utc(utc);
-        EXPECT_EQ(ku_utc_time(), utc);
-        EXPECT_EQ(ku_local_time(zone_hours), expected) << utc << " " << zone_hours;
-    }
-    const float inf = std::numeric_limits<float>::infinity();
-    for (const float zone_hours : {std::nextafter(24.0f, 25.0f), -25.0f, inf, -inf, NAN})
-        EXPECT_EQ(ku_local_time(zone_hours), -1) << zone_hours;
 }

@@ -10,32 +10,28 @@
 #include "support/alloc_control.h"
 #include "support/fake_clock.h"
 
-// The neighbours of both letter ranges stay, bytes from 0x80 too; the terminator stops.
-TEST(CaseConversion, OnlyAsciiLettersChangeUpToTheTerminator)
+// Case conversion: the neighbours of both letter ranges stay, bytes from 0x80
+// too, and the terminator stops. Trimming: only the blank counts, at both ends,
+// and the rest moves to the start.
+TEST(InPlace, OnlyAsciiLettersChangeCaseAndOnlyOuterBlanksAreTrimmed)
 {
     EXPECT_EQ(strupr(nullptr), nullptr);
     EXPECT_EQ(strlwr(nullptr), nullptr);
     const std::string text("\x01`az{@AZ[\x80\xE1\xFF 9\0aA", 17);
-    std::string upper = text;
-    std::string lower = text;
+    std::string upper = text, lower = text;
     EXPECT_EQ(strupr(upper.data()), upper.data());
     EXPECT_EQ(strlwr(lower.data()), lower.data());
     EXPECT_EQ(upper, std::string("\x01`AZ{@AZ[\x80\xE1\xFF 9\0aA", 17));
     EXPECT_EQ(lower, std::string("\x01`az{@az[\x80\xE1\xFF 9\0aA", 17));
-}
-
-// Only the blank counts, at both ends; the rest moves to the start.
-TEST(Trim, RemovesOuterBlanksOnly)
-{
     const std::pair<std::string, std::string> rows[] = {
         {"", ""}, {" ", ""}, {"     ", ""}, {"a", "a"}, {"key value", "key value"},
         {"   a b  c   ", "a b  c"}, {"  x", "x"}, {"x  ", "x"}, {"  value  \n", "value  \n"},
         {"\t value \t", "\t value \t"}, {"\r x", "\r x"},
         {"   0123456789abcdefghijklmnopqrstuvwxyz ", "0123456789abcdefghijklmnopqrstuvwxyz"},
     };
-    for (auto [text, want] : rows) {
-        ku_string_trim(text.data());
-        EXPECT_EQ(text.c_str(), want) << "'" << text << "'";
+    for (auto [trimmed, want] : rows) {
+        ku_string_trim(trimmed.data());
+        EXPECT_EQ(trimmed.c_str(), want) << "'" << trimmed << "'";
     }
 }
 
