@@ -202,7 +202,7 @@ TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAtt
         GTEST_SKIP() << private_namespaces_missing_reason();
     ScriptServer partial([](ScriptConnection &c) {
         if (c.read_request() && c.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\npart"))
-            c.hold();
+            c.pause_ms(-1);
     });
     const std::string refused = "http://127.0.0.1:" + std::to_string(free_loopback_port()) + "/";
     // URL, timeout given and set, URL set, code, attempts, what the save file keeps

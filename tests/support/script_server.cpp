@@ -1,10 +1,10 @@
 #include "support/script_server.h"
 
 #include <arpa/inet.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <sstream>
 #include <stdexcept>
 
@@ -52,13 +52,6 @@ bool ScriptConnection::read_request()
     return true;
 }
 
-void ScriptConnection::hold()
-{
-    char byte = 0;
-    while (recv(fd, &byte, 1, 0) == 1) {
-    }
-}
-
 // A blocking send returns short only when the peer has gone.
 bool ScriptConnection::send(const std::string &bytes)
 {
@@ -66,12 +59,12 @@ bool ScriptConnection::send(const std::string &bytes)
     return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == size;
 }
 
-// Sleeps in slices without reading a clock, which a test may have faked.
+// Waits on the socket, not on a clock that a test may have faked. The
+// server's end shuts the socket down, which ends the wait.
 bool ScriptConnection::pause_ms(int ms)
 {
-    for (; ms > 0 && !server.stopping_; ms -= 10)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return !server.stopping_;
+    pollfd event{fd, POLLIN, 0};
+    return poll(&event, 1, ms) == 0;
 }
 
 ScriptServer::ScriptServer(Script script) : listen_fd_(listen_loopback(&port_))
@@ -131,7 +124,7 @@ ScriptServer::Script trickle(std::string head, size_t body_bytes, int interval_m
         for (size_t sent = 0; going && sent < body_bytes; ++sent)
             going = connection.send("x") && connection.pause_ms(interval_ms);
         if (going)
-            connection.hold();
+            connection.pause_ms(-1);
     };
 }
 
