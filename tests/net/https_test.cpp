@@ -130,31 +130,16 @@ TEST(Https, RequestAndResponseCarryEveryByteAndAnErrorStatusIsNoFailure)
     HttpsFreeResponse(nullptr);
 }
 
-// A full flash (a save file that is a link to /dev/full): the blocking request
-// fails, the cancellable one counts only bytes that reached the file.
-TEST(Https, SaveFileOnAFullDiskIsAFailedTransfer)
+// Progress after each write: done_size * 100 / total_size in 64 bits, rounded
+// down and not capped; done_size goes on from where the caller left it. On a
+// full flash (a link to /dev/full) the blocking request fails, the cancellable
+// one counts only bytes that reached the file.
+TEST(Https, ProgressCountsTheBytesWrittenToTheSaveFile)
 {
     ASSERT_EQ(access("/dev/full", W_OK), 0);
-    ScriptServer server(answer_with(ScriptServer::response(200, "OK", std::string(70000, 'f'))));
-    TempDir dir;
-    const std::string path = dir.file("full");
-    ASSERT_EQ(symlink("/dev/full", path.c_str()), 0);
-    CaptureStderr err;
-    EXPECT_EQ(fetch(0, server.url(), path.c_str()), nullptr);
-    EXPECT_THAT(err.finish(), HasSubstr("HttpsRequest failed, res=23\n"));  // a write error
-    HttpsOption option{.total_size = 70000, .save_path = path.c_str(), .time_limit = 10};
-    const Response partial = nonblock(server.url(), &option);
-    ASSERT_NE(partial, nullptr);
-    EXPECT_EQ(partial->body_length + option.done_size, 0u);
-}
-
-// Progress after each write: done_size * 100 / total_size in 64 bits, rounded
-// down and not capped; done_size goes on from where the caller left it.
-TEST(Https, ProgressGivesThePercentOfTheExpectedSizeWritten)
-{
     ScriptServer server(answer_with(ScriptServer::response(200, "OK", std::string(300001, 'p'))));
     TempDir dir;
-    const std::string path = dir.file("p");
+    const std::string path = dir.file("p"), full = dir.file("full");
     static std::vector<int> seen;
     for (auto [start, total, last] : {std::tuple{0u, 200000u, 150}, {50000000u, 100000000u, 50}}) {
         seen.clear();
@@ -169,10 +154,19 @@ TEST(Https, ProgressGivesThePercentOfTheExpectedSizeWritten)
         EXPECT_TRUE(!seen.empty() && std::is_sorted(seen.begin(), seen.end()) && seen[0] >= 0);
         EXPECT_EQ(seen.empty() ? -2 : seen.back(), last);
     }
+    ASSERT_EQ(symlink("/dev/full", full.c_str()), 0);
+    CaptureStderr err;
+    EXPECT_EQ(fetch(0, server.url(), full.c_str()), nullptr);
+    EXPECT_THAT(err.finish(), HasSubstr("HttpsRequest failed, res=23\n"));  // a write error
+    HttpsOption option{.total_size = 300001, .save_path = full.c_str(), .time_limit = 10};
+    const Response partial = nonblock(server.url(), &option);
+    ASSERT_NE(partial, nullptr);
+    EXPECT_EQ(partial->body_length + option.done_size, 0u);
 }
 
-// nginx with a self-signed certificate bound over the bundle, and one nobody trusts.
-TEST(Https, TlsPeerMustChainToTheBundledCa)
+// Some URLs are looked up and the bundle is bound over: only in private
+// namespaces. nginx serves a certificate bound over the bundle and one nobody trusts.
+TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAttempts)
 {
     if (!kInNamespaces)
         GTEST_SKIP() << private_namespaces_missing_reason();
@@ -185,21 +179,9 @@ TEST(Https, TlsPeerMustChainToTheBundledCa)
     const std::string good = nginx.https_url(0, "/hello.txt"), bad = nginx.https_url(1, "/");
     for (const Response &r : {fetch(0, good), fetch(0, good.substr(8)), fetch(1, good)})
         EXPECT_EQ(r ? text(r->body, r->body_length) : "-", "hello over TLS\n");  // no scheme: HTTPS
-    performs = 0;
-    CaptureStderr err;
-    EXPECT_EQ(fetch(0, bad), nullptr);
-    EXPECT_EQ(err.finish(), "HttpsRequest failed, res=60\n");
-    EXPECT_EQ(performs, 1);
-    const Response refused = fetch(1, bad);  // a failed transfer still gives a record
-    ASSERT_NE(refused, nullptr);
-    EXPECT_EQ(refused->header, nullptr);
-}
-
-// Some URLs are looked up: only where no lookup leaves the machine.
-TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAttempts)
-{
-    if (!kInNamespaces)
-        GTEST_SKIP() << private_namespaces_missing_reason();
+    const Response untrusted = fetch(1, bad);  // a failed transfer still gives a record
+    ASSERT_NE(untrusted, nullptr);
+    EXPECT_EQ(untrusted->header, nullptr);
     ScriptServer partial([](ScriptConnection &c) {
         if (c.read_request() && c.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\npart"))
             c.pause_ms(-1);
@@ -213,9 +195,9 @@ TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAtt
         {"http:/[", 3, 3, "https://http:/[", 6, 3, ""},
         {"http://no-such-host.invalid/", 2, 2, "http://no-such-host.invalid/", 6, 3, ""},
         {refused, 5, 5, refused, 7, 3, ""},
+        {bad, 5, 5, bad, 60, 1, ""},  // an untrusted peer is no connection failure
         {partial.url(), 1, 1, partial.url(), 28, 3, "part"}};  // only the last attempt's
     const int before = inits;
-    TempDir dir;
     for (const auto &[url, timeout, limit, sent, code, attempts, kept] : rows) {
         performs = 0;
         CaptureStderr err;
@@ -226,7 +208,7 @@ TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAtt
         EXPECT_EQ(performs, attempts) << url;
         EXPECT_EQ(read_file(dir.file("f")), kept) << url;
     }
-    EXPECT_EQ(inits - before, 7);  // libcurl is cleaned up after each request
+    EXPECT_EQ(inits - before, 8);  // libcurl is cleaned up after each request
 }
 
 // The trace callback is reached through the pointer the library gives libcurl.
