@@ -55,8 +55,7 @@ bool ScriptConnection::read_request()
 // A blocking send returns short only when the peer has gone.
 bool ScriptConnection::send(const std::string &bytes)
 {
-    const auto size = static_cast<ssize_t>(bytes.size());
-    return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == size;
+    return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
 }
 
 // Waits on the socket, not on a clock that a test may have faked. The

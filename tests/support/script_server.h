@@ -21,9 +21,7 @@ class ScriptServer;
 struct ScriptConnection {
     bool read_request();                  // false when the peer closed or the server stops
     bool send(const std::string &bytes);  // false when the peer has gone
-    // False (early) once the peer closes or sends, or the server stops;
-    // a negative `ms` waits for that alone.
-    bool pause_ms(int ms);
+    bool pause_ms(int ms);  // false (early) once the socket stirs; a negative `ms`: no limit
     ScriptServer &server;
     int fd;
 };

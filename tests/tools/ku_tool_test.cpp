@@ -32,8 +32,7 @@ struct Step {
 };
 
 // `ku NAME ARGS` for each ARGS in one step: each fails with `status` and its line.
-inline Step each_fails(const std::string &name, const std::vector<std::string> &args,
-                       int status = 2)
+Step each_fails(const std::string &name, const std::vector<std::string> &args, int status = 2)
 {
     Step step{"for a in", 0, "", "(ku " + name + ": .*\n){" + std::to_string(args.size()) + "}"};
     for (const auto &arg : args) {
@@ -318,10 +317,9 @@ TEST_F(KuTool, NetAndSock)
 TEST_F(KuTool, MdnsRunsDnsSdAndPluginsLoadByName)
 {
     // Stand-ins first on PATH: dns-sd logs its arguments, ps shows a list, kill logs whom.
-    const char *tools[][2] = {{"ps", "cat ps.txt"}, {"kill", R"(echo "$*" >> kill.log)"},
-                              {"dns-sd", R"(l=$(printf '%s|' "$@"); echo "$l" >> dns-sd.log)"}};
-    for (const auto &[name, body] : tools)
-        dir.write(name, std::string("#!/bin/sh\n") + body + "\n");
+    dir.write("ps", "#!/bin/sh\ncat ps.txt\n");
+    dir.write("kill", "#!/bin/sh\necho \"$*\" >> kill.log\n");
+    dir.write("dns-sd", "#!/bin/sh\nl=$(printf '%s|' \"$@\"); echo \"$l\" >> dns-sd.log\n");
     dir.write("ps.txt", "101 root dns-sd -R box _http._tcp local 80\n102 root dns-sd -R cam _r "
                         "local 554\n103 root dns-sd -B _h._tcp local\n");
     // "dns-sd -R NAME _t local 80  &" has 25 bytes besides NAME: 230 fill the library's 255.
@@ -360,22 +358,18 @@ TEST_F(KuTool, MdnsRunsDnsSdAndPluginsLoadByName)
 // the driver, node or not, each action fails with one line that says so.
 TEST_F(KuTool, EveryLockActionFailsWithoutTheDriver)
 {
-    const auto machine = [](const std::string &name) -> std::vector<std::string> {
+    const std::string cannot = "(ku lock: /dev/plock cannot be opened: No such ";
+    run({{"for s in none node; do for a in take release status; do KU_PLOCK_STANDIN=$s ku lock "
+          "$a; echo $?; done; done; export KU_PLOCK_STANDIN=driver; ku lock status && ku lock take",
+          0, "1\n1\n1\n1\n1\n1\nunlocked\n",
+          cannot + "file or directory.*\n){3}" + cannot + "device or address.*\n){3}"},
+         each_fails("lock", {"", "grab", "take now"})},
         // Under the emulator the preload is the target's, not the emulator's own.
-        return {std::string(under_emulator() ? "QEMU_SET_ENV=" : "") +
-                    "LD_PRELOAD=" KU_PLOCK_PRELOAD,
+        {std::string(under_emulator() ? "QEMU_SET_ENV=" : "") + "LD_PRELOAD=" KU_PLOCK_PRELOAD,
 #ifdef KU_TEST_ASAN
-                "ASAN_OPTIONS=verify_asan_link_order=0",  // the stand-in comes before the runtime
+         "ASAN_OPTIONS=verify_asan_link_order=0",  // the stand-in comes before the runtime
 #endif
-                "KU_PLOCK_STANDIN=" + name};
-    };
-    for (const auto &[name, why] : {std::pair{"none", "No such file or directory"},
-                                    {"node", "No such device or address"}})
-        run({{"for a in take release status; do ku lock $a; echo $?; done", 0, "1\n1\n1\n",
-              std::string("(ku lock: /dev/plock cannot be opened: ") + why + ".*\n){3}"}},
-            machine(name));
-    run({{"ku lock status && ku lock take", 0, "unlocked\n"}}, machine("driver"));
-    run({each_fails("lock", {"", "grab", "take now"})});
+        });
 }
 
 // Each failure names its cause; on stdout stands what arrived before it.
