@@ -211,30 +211,7 @@ TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAtt
     EXPECT_EQ(inits - before, 8);  // libcurl is cleaned up after each request
 }
 
-// The trace callback is reached through the pointer the library gives libcurl.
-TEST(Https, TraceShowsTracedKindsAsTextOrHex)
-{
-    HttpsOption cancelled{.cancel_test = [](void *) { return 1; }};
-    HttpsRequestNonBlock("http://127.0.0.1:1/", nullptr, nullptr, &cancelled);
-    const auto trace = reinterpret_cast<int (*)(CURL *, curl_infotype, char *, size_t, void *)>(
-        values[CURLOPT_DEBUGFUNCTION]);
-    const std::tuple<curl_infotype, unsigned char, std::string, std::string> rows[] = {
-        {CURLINFO_HEADER_IN, 1, "HTTP/1.1 200 OK\r\nA: b\r\n",
-         "<= Recv header, 0000000023 bytes (0x00000017)\n0000: HTTP/1.1 200 OK\n0011: A: b\n"},
-        {CURLINFO_DATA_IN, 1, std::string("\x1f\x20\x7e\x7f\x80\xff\0z", 8),
-         "<= Recv data, 0000000008 bytes (0x00000008)\n0000: . ~\x7f...z\n"},
-        {CURLINFO_SSL_DATA_OUT, 0, "0123456789abcdefXY\r",
-         "=> Send SSL data, 0000000019 bytes (0x00000013)\n0000: 30 31 32 33 34 35 36 37 38 39 "
-         "61 62 63 64 65 66 0123456789abcdef\n0010: 58 59 0d " + std::string(39, ' ') + "XY.\n"},
-        {CURLINFO_TEXT, 1, "not shown\r\n", ""}};
-    for (auto [type, text_mode, data, printed] : rows) {
-        CaptureStderr err;
-        EXPECT_EQ(trace(nullptr, type, data.data(), data.size(), &text_mode), 0);
-        EXPECT_EQ(err.finish(), printed);
-    }
-}
-
-TEST(Https, CancelGivesNullAndKeepsTheFileAndTheTimeLimitGivesARecord)
+TEST(Https, CancelGivesNullTheTimeLimitARecordAndTheTraceShowsTracedKinds)
 {
     ScriptServer server(trickle("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", 3, 20));
     TempDir dir;
@@ -255,16 +232,32 @@ TEST(Https, CancelGivesNullAndKeepsTheFileAndTheTimeLimitGivesARecord)
     EXPECT_EQ(read_file(path), std::string(option.done_size, 'x'));
     // Without a record the limit is 15 s: the clock jumps that far once the server has the request.
     FakeClock clock;
-    std::thread jump([&] {
-        while (server.requests().size() < 2)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ScriptServer jump([&clock](ScriptConnection &connection) {
+        connection.read_request();
         clock.set_ms(15000);
+        connection.pause_ms(-1);
     });
-    EXPECT_NE(nonblock(server.url(), nullptr), nullptr);
-    jump.join();
+    EXPECT_NE(nonblock(jump.url(), nullptr), nullptr);
     const std::string log = err.finish();
     EXPECT_THAT(log, HasSubstr(" got cancel command, exit\n"));
     EXPECT_THAT(log, HasSubstr("ERR:  download timeout after 15 seconds\n"));
+    // The trace callback, reached through the pointer the library gave libcurl.
+    const auto trace = reinterpret_cast<int (*)(CURL *, curl_infotype, char *, size_t, void *)>(
+        values[CURLOPT_DEBUGFUNCTION]);
+    const std::tuple<curl_infotype, unsigned char, std::string, std::string> rows[] = {
+        {CURLINFO_HEADER_IN, 1, "HTTP/1.1 200 OK\r\nA: b\r\n",
+         "<= Recv header, 0000000023 bytes (0x00000017)\n0000: HTTP/1.1 200 OK\n0011: A: b\n"},
+        {CURLINFO_DATA_IN, 1, std::string("\x1f\x20\x7e\x7f\x80\xff\0z", 8),
+         "<= Recv data, 0000000008 bytes (0x00000008)\n0000: . ~\x7f...z\n"},
+        {CURLINFO_SSL_DATA_OUT, 0, "0123456789abcdefXY\r",
+         "=> Send SSL data, 0000000019 bytes (0x00000013)\n0000: 30 31 32 33 34 35 36 37 38 39 "
+         "61 62 63 64 65 66 0123456789abcdef\n0010: 58 59 0d " + std::string(39, ' ') + "XY.\n"},
+        {CURLINFO_TEXT, 1, "not shown\r\n", ""}};
+    for (auto [type, text_mode, data, printed] : rows) {
+        CaptureStderr shown;
+        EXPECT_EQ(trace(nullptr, type, data.data(), data.size(), &text_mode), 0);
+        EXPECT_EQ(shown.finish(), printed);
+    }
 }
 
 }  // namespace
