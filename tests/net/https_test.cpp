@@ -65,20 +65,14 @@ const bool kInNamespaces = enter_private_namespaces();
 
 using Response = std::unique_ptr<HttpsResponse, void (*)(HttpsResponse *)>;
 
-Response nonblock(const std::string &url, HttpsOption *option)
-{
-    return Response(HttpsRequestNonBlock(url.c_str(), nullptr, nullptr, option), HttpsFreeResponse);
-}
-
-// Request 0 is the blocking one, request 1 the cancellable one, which gets a
-// record (10 s limit) only for a save file.
-Response fetch(int which, const std::string &url, const char *save = nullptr, int timeout = 5,
+// Request 0 is the blocking one, which takes only the save path of `option`;
+// request 1 the cancellable one.
+Response fetch(int which, const std::string &url, HttpsOption *option = nullptr, int timeout = 5,
                char *headers = nullptr, const char *post = nullptr)
 {
-    HttpsOption option{.save_path = save, .time_limit = 10};
-    return Response(which == 0 ? HttpsRequest(url.c_str(), headers, post, save, timeout)
-                               : HttpsRequestNonBlock(url.c_str(), headers, post,
-                                                      save != nullptr ? &option : nullptr),
+    return Response(which == 0 ? HttpsRequest(url.c_str(), headers, post,
+                                              option ? option->save_path : nullptr, timeout)
+                               : HttpsRequestNonBlock(url.c_str(), headers, post, option),
                     HttpsFreeResponse);
 }
 
@@ -104,10 +98,11 @@ TEST(Https, RequestAndResponseCarryEveryByteAndAnErrorStatusIsNoFailure)
         for (const auto &[post, method, length, body, to_file] : rows) {
             TempDir dir;
             const std::string save = dir.write("save", std::string(400000, 'o'));
+            HttpsOption saving{.save_path = save.c_str(), .time_limit = 10};
             ScriptServer server(answer_with(ScriptServer::response(404, "Not Found", body)));
             char headers[] = "X-One: 1\r\nX-Two: two";
             const Response response =
-                fetch(which, server.url("/p"), to_file ? save.c_str() : nullptr, 5, headers, post);
+                fetch(which, server.url("/p"), to_file ? &saving : nullptr, 5, headers, post);
             ASSERT_NE(response, nullptr) << which;
             EXPECT_THAT(text(response->header, response->header_length),
                         HasSubstr("HTTP/1.1 404 Not Found\r\n"));
@@ -149,17 +144,17 @@ TEST(Https, ProgressCountsTheBytesWrittenToTheSaveFile)
                            },
                            .progress_arg1 = 1, .progress_arg2 = 2, .total_size = total,
                            .done_size = start, .save_path = path.c_str(), .time_limit = 10};
-        ASSERT_NE(nonblock(server.url(), &option), nullptr);
+        ASSERT_NE(fetch(1, server.url(), &option), nullptr);
         EXPECT_EQ(option.done_size, start + 300001);
         EXPECT_TRUE(!seen.empty() && std::is_sorted(seen.begin(), seen.end()) && seen[0] >= 0);
         EXPECT_EQ(seen.empty() ? -2 : seen.back(), last);
     }
     ASSERT_EQ(symlink("/dev/full", full.c_str()), 0);
-    CaptureStderr err;
-    EXPECT_EQ(fetch(0, server.url(), full.c_str()), nullptr);
-    EXPECT_THAT(err.finish(), HasSubstr("HttpsRequest failed, res=23\n"));  // a write error
     HttpsOption option{.total_size = 300001, .save_path = full.c_str(), .time_limit = 10};
-    const Response partial = nonblock(server.url(), &option);
+    CaptureStderr err;
+    EXPECT_EQ(fetch(0, server.url(), &option), nullptr);
+    EXPECT_THAT(err.finish(), HasSubstr("HttpsRequest failed, res=23\n"));  // a write error
+    const Response partial = fetch(1, server.url(), &option);
     ASSERT_NE(partial, nullptr);
     EXPECT_EQ(partial->body_length + option.done_size, 0u);
 }
@@ -197,16 +192,18 @@ TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAtt
         {refused, 5, 5, refused, 7, 3, ""},
         {bad, 5, 5, bad, 60, 1, ""},  // an untrusted peer is no connection failure
         {partial.url(), 1, 1, partial.url(), 28, 3, "part"}};  // only the last attempt's
+    const std::string file = dir.file("f");
+    HttpsOption saving{.save_path = file.c_str()};
     const int before = inits;
     for (const auto &[url, timeout, limit, sent, code, attempts, kept] : rows) {
         performs = 0;
         CaptureStderr err;
-        EXPECT_EQ(fetch(0, url, dir.file("f").c_str(), timeout), nullptr);
+        EXPECT_EQ(fetch(0, url, &saving, timeout), nullptr);
         EXPECT_EQ(err.finish(), "HttpsRequest failed, res=" + std::to_string(code) + "\n");
         EXPECT_EQ(url_set, sent);
         EXPECT_EQ(reinterpret_cast<long>(values[CURLOPT_TIMEOUT]), limit);
         EXPECT_EQ(performs, attempts) << url;
-        EXPECT_EQ(read_file(dir.file("f")), kept) << url;
+        EXPECT_EQ(read_file(file), kept) << url;
     }
     EXPECT_EQ(inits - before, 8);  // libcurl is cleaned up after each request
 }
@@ -221,14 +218,14 @@ TEST(Https, CancelGivesNullTheTimeLimitARecordAndTheTraceShowsTracedKinds)
                        .cancel_arg = &asked, .total_size = 100000, .save_path = path.c_str(),
                        .time_limit = 10};
     CaptureStderr err;
-    EXPECT_EQ(nonblock(server.url(), &option), nullptr);
+    EXPECT_EQ(fetch(1, server.url(), &option), nullptr);
     EXPECT_EQ(asked, 1);
     EXPECT_EQ(read_file(path), "");
     option.cancel_arg = &option;
     option.cancel_test = [](void *self) -> int {
         return static_cast<HttpsOption *>(self)->done_size >= 3;
     };
-    EXPECT_EQ(nonblock(server.url(), &option), nullptr);
+    EXPECT_EQ(fetch(1, server.url(), &option), nullptr);
     EXPECT_EQ(read_file(path), std::string(option.done_size, 'x'));
     // Without a record the limit is 15 s: the clock jumps that far once the server has the request.
     FakeClock clock;
@@ -237,7 +234,7 @@ TEST(Https, CancelGivesNullTheTimeLimitARecordAndTheTraceShowsTracedKinds)
         clock.set_ms(15000);
         connection.pause_ms(-1);
     });
-    EXPECT_NE(nonblock(jump.url(), nullptr), nullptr);
+    EXPECT_NE(fetch(1, jump.url()), nullptr);
     const std::string log = err.finish();
     EXPECT_THAT(log, HasSubstr(" got cancel command, exit\n"));
     EXPECT_THAT(log, HasSubstr("ERR:  download timeout after 15 seconds\n"));
