@@ -79,4 +79,10 @@ NginxServer::~NginxServer()
         waitpid(pid_, nullptr, 0);
 }
 
+std::string NginxServer::url(size_t port, const std::string &path) const
+{
+    return (port > 0 ? "https" : "http") +
+           ("://127.0.0.1:" + std::to_string(ports_.at(port))) + path;
+}
+
 }  // namespace ku_test

@@ -16,17 +16,11 @@ public:
     ~NginxServer();
     bool ok() const { return pid_ > 0; }
     const std::string &error() const { return error_; }  // why not ok()
-    std::string http_url(const std::string &path) const { return url("http", 0, path); }
-    std::string https_url(size_t tls, const std::string &path) const
-    {
-        return url("https", tls + 1, path);
-    }
+    std::string http_url(const std::string &path) const { return url(0, path); }
+    std::string https_url(size_t tls, const std::string &path) const { return url(tls + 1, path); }
 
 private:
-    std::string url(const std::string &scheme, size_t port, const std::string &path) const
-    {
-        return scheme + "://127.0.0.1:" + std::to_string(ports_.at(port)) + path;
-    }
+    std::string url(size_t port, const std::string &path) const;
     int pid_ = -1;  // of the child
     std::vector<int> ports_;  // the plain port, then one per TLS name
     std::string error_;

@@ -4,7 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -28,11 +28,9 @@ int listen_loopback(int *port)
 
 std::string HttpRequest::header(const std::string &name) const
 {
-    const std::string key = "\r\n" + name + ":";
-    const auto at = std::search(head.begin(), head.end(), key.begin(), key.end(),
-                                [](char a, char b) { return tolower(a) == tolower(b); });
-    const size_t from = head.find_first_not_of(' ', (at - head.begin()) + key.size());
-    return at == head.end() ? "" : head.substr(from, head.find("\r\n", from) - from);
+    std::smatch match;
+    std::regex_search(head, match, std::regex("\r\n" + name + ": *([^\r]*)", std::regex::icase));
+    return match.str(1);
 }
 
 bool ScriptConnection::read_request()

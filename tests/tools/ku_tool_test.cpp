@@ -21,9 +21,8 @@ const std::string kStamp = R"(\[[-0-9]{10}#[:0-9]{8}#[0-9]+\])";
 const std::string kWaitFor = R"(wait_for() { for i in $(seq 300); do eval "$1" && return; )"
                              R"(sleep .1; done; }; )";
 
-// A shell line and what it gives. Failed, its "ku NAME" has written one line
-// "ku NAME: ..." in which the regular expression `err` is found; else stderr
-// matches `err` whole.
+// A shell line and what it gives. Failed, stderr is one line "ku NAME: ..."
+// in which the regular expression `err` is found; else it matches `err` whole.
 struct Step {
     std::string line;
     int status = 0;
@@ -161,8 +160,7 @@ TEST_F(KuTool, CodecsGiveExactBytes)
 TEST_F(KuTool, LargeInputRunsInTheMemoryOfASmallOne)
 {
 #ifdef KU_TEST_ASAN
-    GTEST_SKIP() << "AddressSanitizer's shadow memory and quarantine grow with the work done: "
-                    "the memory promise is held by the plain and the target builds";
+    GTEST_SKIP() << "ASan's memory grows with the work: plain and target builds hold it";
 #endif
     const size_t copies = under_emulator() ? 8 : 64;  // still past 4 MiB, 20 times slower
     // Each decoder's output is the text its encoder had.
@@ -391,7 +389,6 @@ TEST_F(KuTool, FetchStreamsSendsCancelsAndSaysWhyItFailed)
     ScriptServer cut(answer_with("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly this"));
     // Plain text where a TLS handshake should begin.
     ScriptServer plain([](ScriptConnection &connection) { connection.send("HTTP/1.1 4\r\n\r\n"); });
-    const std::string port = std::to_string(plain.port());
     const std::string free = std::to_string(free_loopback_port()), url = "http://127.0.0.1:" + free;
     dir.write("body", body);
     dir.write("keep", "earlier\n");
@@ -421,7 +418,8 @@ TEST_F(KuTool, FetchStreamsSendsCancelsAndSaysWhyItFailed)
         {"ku fetch " + slow.url("/") + " --timeout 1 -o t", 1, "",
          "timed out after 1 s: got [0-9]+ of 99999 "},
         {"ku fetch " + url, 1, "", "cannot connect to 127.0.0.1 port " + free},
-        {"ku fetch https://127.0.0.1:" + port, 1, "", "TLS handshake with 127.0.0.1 port " + port},
+        {"ku fetch https" + plain.url().substr(4), 1, "",
+         "TLS handshake with 127.0.0.1 port " + std::to_string(plain.port())},
         {"ku fetch " + url + " -H 'no colon'", 2},
         each_fails("fetch", {"", url + " " + url, url + " --timeout 0", url + " --size lots",
                              url + " -o", url + " --resume", "ftp" + gone.url("/").substr(4),
