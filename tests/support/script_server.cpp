@@ -9,22 +9,6 @@
 #include <stdexcept>
 
 namespace ku_test {
-namespace {
-
-int listen_loopback(int *port)
-{
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t length = sizeof address;
-    auto *any = reinterpret_cast<sockaddr *>(&address);
-    if (fd < 0 || bind(fd, any, length) != 0 || listen(fd, 64) != 0 ||
-        getsockname(fd, any, &length) != 0)
-        throw std::runtime_error("cannot listen on 127.0.0.1");
-    *port = ntohs(address.sin_port);
-    return fd;
-}
-
-}  // namespace
 
 std::string HttpRequest::header(const std::string &name) const
 {
@@ -64,8 +48,16 @@ bool ScriptConnection::pause_ms(int ms)
     return poll(&event, 1, ms) == 0;
 }
 
-ScriptServer::ScriptServer(Script script) : listen_fd_(listen_loopback(&port_))
+ScriptServer::ScriptServer(Script script)
+    : listen_fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    socklen_t length = sizeof address;
+    auto *any = reinterpret_cast<sockaddr *>(&address);
+    if (listen_fd_ < 0 || bind(listen_fd_, any, length) != 0 || listen(listen_fd_, 64) != 0 ||
+        getsockname(listen_fd_, any, &length) != 0)
+        throw std::runtime_error("cannot listen on 127.0.0.1");
+    port_ = ntohs(address.sin_port);
     acceptor_ = std::thread([this, script] {
         for (int fd; (fd = accept(listen_fd_, nullptr, nullptr)) >= 0; close(fd)) {
             std::unique_lock<std::mutex> lock(mutex_);
@@ -127,9 +119,7 @@ ScriptServer::Script trickle(std::string head, size_t body_bytes, int interval_m
 
 int free_loopback_port()
 {
-    int port = 0;
-    close(listen_loopback(&port));
-    return port;
+    return ScriptServer([](ScriptConnection &) {}).port();  // closed again at once
 }
 
 }  // namespace ku_test

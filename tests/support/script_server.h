@@ -42,7 +42,7 @@ public:
 
 private:
     friend struct ScriptConnection;
-    int port_ = 0, listen_fd_ = -1;  // in this order: the port is set by the listen
+    int port_ = 0, listen_fd_ = -1;
     bool stopping_ = false;  // under mutex_
     int current_ = -1;  // the connection in hand, under mutex_
     mutable std::mutex mutex_;
