@@ -1,5 +1,5 @@
 // Transfers from a scripted server and, for TLS, nginx on 127.0.0.1, in private
-// namespaces: a test CA is bound over the fixed bundle, no lookup leaves here.
+// namespaces: a self-signed certificate is bound over the fixed bundle, no lookup leaves here.
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
