@@ -1,5 +1,5 @@
 // Transfers from a scripted server and, for TLS, nginx on 127.0.0.1, in private
-// namespaces: a test CA is bound over the fixed bundle, no lookup leaves here.
+// namespaces: a self-signed certificate is bound over the fixed bundle, no lookup leaves here.
 #include <curl/curl.h>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
@@ -16,10 +16,10 @@
 #include "ku/https.h"
 #include "support/capture.h"
 #include "support/fake_clock.h"
+#include "support/nginx_server.h"
 #include "support/private_namespaces.h"
 #include "support/script_server.h"
 #include "support/temp_dir.h"
-#include "support/test_ca.h"
 
 using namespace ku_test;
 using ::testing::HasSubstr;
@@ -65,20 +65,14 @@ const bool kInNamespaces = enter_private_namespaces();
 
 using Response = std::unique_ptr<HttpsResponse, void (*)(HttpsResponse *)>;
 
-Response nonblock(const std::string &url, HttpsOption *option)
-{
-    return Response(HttpsRequestNonBlock(url.c_str(), nullptr, nullptr, option), HttpsFreeResponse);
-}
-
-// Request 0 is the blocking one, request 1 the cancellable one, which gets a
-// record (10 s limit) only for a save file.
-Response fetch(int which, const std::string &url, const char *save = nullptr, int timeout = 5,
+// Request 0 is the blocking one, which takes only the save path of `option`;
+// request 1 the cancellable one.
+Response fetch(int which, const std::string &url, HttpsOption *option = nullptr, int timeout = 5,
                char *headers = nullptr, const char *post = nullptr)
 {
-    HttpsOption option{.save_path = save, .time_limit = 10};
-    return Response(which == 0 ? HttpsRequest(url.c_str(), headers, post, save, timeout)
-                               : HttpsRequestNonBlock(url.c_str(), headers, post,
-                                                      save != nullptr ? &option : nullptr),
+    return Response(which == 0 ? HttpsRequest(url.c_str(), headers, post,
+                                              option ? option->save_path : nullptr, timeout)
+                               : HttpsRequestNonBlock(url.c_str(), headers, post, option),
                     HttpsFreeResponse);
 }
 
@@ -104,10 +98,11 @@ TEST(Https, RequestAndResponseCarryEveryByteAndAnErrorStatusIsNoFailure)
         for (const auto &[post, method, length, body, to_file] : rows) {
             TempDir dir;
             const std::string save = dir.write("save", std::string(400000, 'o'));
+            HttpsOption saving{.save_path = save.c_str(), .time_limit = 10};
             ScriptServer server(answer_with(ScriptServer::response(404, "Not Found", body)));
             char headers[] = "X-One: 1\r\nX-Two: two";
             const Response response =
-                fetch(which, server.url("/p"), to_file ? save.c_str() : nullptr, 5, headers, post);
+                fetch(which, server.url("/p"), to_file ? &saving : nullptr, 5, headers, post);
             ASSERT_NE(response, nullptr) << which;
             EXPECT_THAT(text(response->header, response->header_length),
                         HasSubstr("HTTP/1.1 404 Not Found\r\n"));
@@ -130,31 +125,16 @@ TEST(Https, RequestAndResponseCarryEveryByteAndAnErrorStatusIsNoFailure)
     HttpsFreeResponse(nullptr);
 }
 
-// A full flash (a save file that is a link to /dev/full): the blocking request
-// fails, the cancellable one counts only bytes that reached the file.
-TEST(Https, SaveFileOnAFullDiskIsAFailedTransfer)
+// Progress after each write: done_size * 100 / total_size in 64 bits, rounded
+// down and not capped; done_size goes on from where the caller left it. On a
+// full flash (a link to /dev/full) the blocking request fails, the cancellable
+// one counts only bytes that reached the file.
+TEST(Https, ProgressCountsTheBytesWrittenToTheSaveFile)
 {
     ASSERT_EQ(access("/dev/full", W_OK), 0);
-    ScriptServer server(answer_with(ScriptServer::response(200, "OK", std::string(70000, 'f'))));
-    TempDir dir;
-    const std::string path = dir.file("full");
-    ASSERT_EQ(symlink("/dev/full", path.c_str()), 0);
-    CaptureStderr err;
-    EXPECT_EQ(fetch(0, server.url(), path.c_str()), nullptr);
-    EXPECT_THAT(err.finish(), HasSubstr("HttpsRequest failed, res=23\n"));  // a write error
-    HttpsOption option{.total_size = 70000, .save_path = path.c_str(), .time_limit = 10};
-    const Response partial = nonblock(server.url(), &option);
-    ASSERT_NE(partial, nullptr);
-    EXPECT_EQ(partial->body_length + option.done_size, 0u);
-}
-
-// Progress after each write: done_size * 100 / total_size in 64 bits, rounded
-// down and not capped; done_size goes on from where the caller left it.
-TEST(Https, ProgressGivesThePercentOfTheExpectedSizeWritten)
-{
     ScriptServer server(answer_with(ScriptServer::response(200, "OK", std::string(300001, 'p'))));
     TempDir dir;
-    const std::string path = dir.file("p");
+    const std::string path = dir.file("p"), full = dir.file("full");
     static std::vector<int> seen;
     for (auto [start, total, last] : {std::tuple{0u, 200000u, 150}, {50000000u, 100000000u, 50}}) {
         seen.clear();
@@ -164,49 +144,42 @@ TEST(Https, ProgressGivesThePercentOfTheExpectedSizeWritten)
                            },
                            .progress_arg1 = 1, .progress_arg2 = 2, .total_size = total,
                            .done_size = start, .save_path = path.c_str(), .time_limit = 10};
-        ASSERT_NE(nonblock(server.url(), &option), nullptr);
+        ASSERT_NE(fetch(1, server.url(), &option), nullptr);
         EXPECT_EQ(option.done_size, start + 300001);
         EXPECT_TRUE(!seen.empty() && std::is_sorted(seen.begin(), seen.end()) && seen[0] >= 0);
         EXPECT_EQ(seen.empty() ? -2 : seen.back(), last);
     }
-}
-
-// nginx with certificates from a CA bound over the bundle and from one nobody trusts.
-TEST(Https, TlsPeerMustChainToTheBundledCa)
-{
-    TempDir dir;
-    if (!kInNamespaces)
-        GTEST_SKIP() << private_namespaces_missing_reason();
-    dir.write("hello.txt", "hello over TLS\n");
-    const TestCa trusted(dir.path(), "trusted"), unknown(dir.path(), "unknown");
-    const std::vector<TlsIdentity> tls{trusted.issue_server("good"), unknown.issue_server("bad")};
-    if (!trusted.ok() || !unknown.ok() || tls[0].key.empty() || tls[1].key.empty())
-        GTEST_SKIP() << "openssl could not make the test certificates";
-    ASSERT_TRUE(bind_over(trusted.certificate(), "/etc/ssl/certs/ca-certificates.crt"));
-    const NginxServer nginx(dir.path(), dir.path(), tls);
-    if (!nginx.ok())
-        GTEST_SKIP() << "nginx unavailable: " << nginx.error();
-    const std::string good = nginx.https_url(0, "/hello.txt"), bad = nginx.https_url(1, "/");
-    for (const Response &r : {fetch(0, good), fetch(0, good.substr(8)), fetch(1, good)})
-        EXPECT_EQ(r ? text(r->body, r->body_length) : "-", "hello over TLS\n");  // no scheme: HTTPS
-    performs = 0;
+    ASSERT_EQ(symlink("/dev/full", full.c_str()), 0);
+    HttpsOption option{.total_size = 300001, .save_path = full.c_str(), .time_limit = 10};
     CaptureStderr err;
-    EXPECT_EQ(fetch(0, bad), nullptr);
-    EXPECT_EQ(err.finish(), "HttpsRequest failed, res=60\n");
-    EXPECT_EQ(performs, 1);
-    const Response refused = fetch(1, bad);  // a failed transfer still gives a record
-    ASSERT_NE(refused, nullptr);
-    EXPECT_EQ(refused->header, nullptr);
+    EXPECT_EQ(fetch(0, server.url(), &option), nullptr);
+    EXPECT_THAT(err.finish(), HasSubstr("HttpsRequest failed, res=23\n"));  // a write error
+    const Response partial = fetch(1, server.url(), &option);
+    ASSERT_NE(partial, nullptr);
+    EXPECT_EQ(partial->body_length + option.done_size, 0u);
 }
 
-// Some URLs are looked up: only where no lookup leaves the machine.
+// Some URLs are looked up and the bundle is bound over: only in private
+// namespaces. nginx serves a certificate bound over the bundle and one nobody trusts.
 TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAttempts)
 {
     if (!kInNamespaces)
         GTEST_SKIP() << private_namespaces_missing_reason();
+    TempDir dir;
+    dir.write("hello.txt", "hello over TLS\n");
+    const NginxServer nginx(dir.path(), dir.path(), {"good", "bad"});
+    if (!nginx.ok())
+        GTEST_SKIP() << "nginx unavailable: " << nginx.error();
+    ASSERT_TRUE(bind_over(dir.file("good.crt"), "/etc/ssl/certs/ca-certificates.crt"));
+    const std::string good = nginx.https_url(0, "/hello.txt"), bad = nginx.https_url(1, "/");
+    for (const Response &r : {fetch(0, good), fetch(0, good.substr(8)), fetch(1, good)})
+        EXPECT_EQ(r ? text(r->body, r->body_length) : "-", "hello over TLS\n");  // no scheme: HTTPS
+    const Response untrusted = fetch(1, bad);  // a failed transfer still gives a record
+    ASSERT_NE(untrusted, nullptr);
+    EXPECT_EQ(untrusted->header, nullptr);
     ScriptServer partial([](ScriptConnection &c) {
         if (c.read_request() && c.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\npart"))
-            c.hold();
+            c.pause_ms(-1);
     });
     const std::string refused = "http://127.0.0.1:" + std::to_string(free_loopback_port()) + "/";
     // URL, timeout given and set, URL set, code, attempts, what the save file keeps
@@ -217,27 +190,55 @@ TEST(Https, UrlGetsHttpsUnlessItHasAnHttpSchemeAndConnectionFailuresCostThreeAtt
         {"http:/[", 3, 3, "https://http:/[", 6, 3, ""},
         {"http://no-such-host.invalid/", 2, 2, "http://no-such-host.invalid/", 6, 3, ""},
         {refused, 5, 5, refused, 7, 3, ""},
+        {bad, 5, 5, bad, 60, 1, ""},  // an untrusted peer is no connection failure
         {partial.url(), 1, 1, partial.url(), 28, 3, "part"}};  // only the last attempt's
+    const std::string file = dir.file("f");
+    HttpsOption saving{.save_path = file.c_str()};
     const int before = inits;
-    TempDir dir;
     for (const auto &[url, timeout, limit, sent, code, attempts, kept] : rows) {
         performs = 0;
         CaptureStderr err;
-        EXPECT_EQ(fetch(0, url, dir.file("f").c_str(), timeout), nullptr);
+        EXPECT_EQ(fetch(0, url, &saving, timeout), nullptr);
         EXPECT_EQ(err.finish(), "HttpsRequest failed, res=" + std::to_string(code) + "\n");
         EXPECT_EQ(url_set, sent);
         EXPECT_EQ(reinterpret_cast<long>(values[CURLOPT_TIMEOUT]), limit);
         EXPECT_EQ(performs, attempts) << url;
-        EXPECT_EQ(read_file(dir.file("f")), kept) << url;
+        EXPECT_EQ(read_file(file), kept) << url;
     }
-    EXPECT_EQ(inits - before, 7);  // libcurl is cleaned up after each request
+    EXPECT_EQ(inits - before, 8);  // libcurl is cleaned up after each request
 }
 
-// The trace callback is reached through the pointer the library gives libcurl.
-TEST(Https, TraceShowsTracedKindsAsTextOrHex)
+TEST(Https, CancelGivesNullTheTimeLimitARecordAndTheTraceShowsTracedKinds)
 {
-    HttpsOption cancelled{.cancel_test = [](void *) { return 1; }};
-    HttpsRequestNonBlock("http://127.0.0.1:1/", nullptr, nullptr, &cancelled);
+    ScriptServer server(trickle("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", 3, 20));
+    TempDir dir;
+    const std::string path = dir.write("f", "old content");
+    int asked = 0;
+    HttpsOption option{.cancel_test = [](void *count) { return ++*static_cast<int *>(count); },
+                       .cancel_arg = &asked, .total_size = 100000, .save_path = path.c_str(),
+                       .time_limit = 10};
+    CaptureStderr err;
+    EXPECT_EQ(fetch(1, server.url(), &option), nullptr);
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(read_file(path), "");
+    option.cancel_arg = &option;
+    option.cancel_test = [](void *self) -> int {
+        return static_cast<HttpsOption *>(self)->done_size >= 3;
+    };
+    EXPECT_EQ(fetch(1, server.url(), &option), nullptr);
+    EXPECT_EQ(read_file(path), std::string(option.done_size, 'x'));
+    // Without a record the limit is 15 s: the clock jumps that far once the server has the request.
+    FakeClock clock;
+    ScriptServer jump([&clock](ScriptConnection &connection) {
+        connection.read_request();
+        clock.set_ms(15000);
+        connection.pause_ms(-1);
+    });
+    EXPECT_NE(fetch(1, jump.url()), nullptr);
+    const std::string log = err.finish();
+    EXPECT_THAT(log, HasSubstr(" got cancel command, exit\n"));
+    EXPECT_THAT(log, HasSubstr("ERR:  download timeout after 15 seconds\n"));
+    // The trace callback, reached through the pointer the library gave libcurl.
     const auto trace = reinterpret_cast<int (*)(CURL *, curl_infotype, char *, size_t, void *)>(
         values[CURLOPT_DEBUGFUNCTION]);
     const std::tuple<curl_infotype, unsigned char, std::string, std::string> rows[] = {
@@ -250,43 +251,10 @@ TEST(Https, TraceShowsTracedKindsAsTextOrHex)
          "61 62 63 64 65 66 0123456789abcdef\n0010: 58 59 0d " + std::string(39, ' ') + "XY.\n"},
         {CURLINFO_TEXT, 1, "not shown\r\n", ""}};
     for (auto [type, text_mode, data, printed] : rows) {
-        CaptureStderr err;
+        CaptureStderr shown;
         EXPECT_EQ(trace(nullptr, type, data.data(), data.size(), &text_mode), 0);
-        EXPECT_EQ(err.finish(), printed);
+        EXPECT_EQ(shown.finish(), printed);
     }
-}
-
-TEST(Https, CancelGivesNullAndKeepsTheFileAndTheTimeLimitGivesARecord)
-{
-    ScriptServer server(trickle("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", 3, 20));
-    TempDir dir;
-    const std::string path = dir.write("f", "old content");
-    int asked = 0;
-    HttpsOption option{.cancel_test = [](void *count) { return ++*static_cast<int *>(count); },
-                       .cancel_arg = &asked, .total_size = 100000, .save_path = path.c_str(),
-                       .time_limit = 10};
-    CaptureStderr err;
-    EXPECT_EQ(nonblock(server.url(), &option), nullptr);
-    EXPECT_EQ(asked, 1);
-    EXPECT_EQ(read_file(path), "");
-    option.cancel_arg = &option;
-    option.cancel_test = [](void *self) -> int {
-        return static_cast<HttpsOption *>(self)->done_size >= 3;
-    };
-    EXPECT_EQ(nonblock(server.url(), &option), nullptr);
-    EXPECT_EQ(read_file(path), std::string(option.done_size, 'x'));
-    // Without a record the limit is 15 s: the clock jumps that far once the server has the request.
-    FakeClock clock;
-    std::thread jump([&] {
-        while (server.requests().size() < 2)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        clock.set_ms(15000);
-    });
-    EXPECT_NE(nonblock(server.url(), nullptr), nullptr);
-    jump.join();
-    const std::string log = err.finish();
-    EXPECT_THAT(log, HasSubstr(" got cancel command, exit\n"));
-    EXPECT_THAT(log, HasSubstr("ERR:  download timeout after 15 seconds\n"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Debian's nginx as a child of the test, configured in the test's directory,
-// serving one root over HTTP and, per TLS identity, over HTTPS, on 127.0.0.1.
+// serving one root over HTTP and, per TLS name, over HTTPS, on 127.0.0.1.
 #pragma once
 
 #include <string>
@@ -7,14 +7,12 @@
 
 namespace ku_test {
 
-struct TlsIdentity {
-    std::string certificate, key;  // PEM files, leaf first
-};
-
 class NginxServer {
 public:
+    // Each name in `tls` gets a self-signed certificate for 127.0.0.1,
+    // work_dir/NAME.crt: its own CA once a bundle holds it.
     NginxServer(const std::string &work_dir, const std::string &root,
-                const std::vector<TlsIdentity> &tls = {});
+                const std::vector<std::string> &tls = {});
     ~NginxServer();
     bool ok() const { return pid_ > 0; }
     const std::string &error() const { return error_; }  // why not ok()
@@ -24,7 +22,7 @@ public:
 private:
     std::string url(size_t port, const std::string &path) const;
     int pid_ = -1;  // of the child
-    std::vector<int> ports_;  // the plain port, then one per identity
+    std::vector<int> ports_;  // the plain port, then one per TLS name
     std::string error_;
 };
 

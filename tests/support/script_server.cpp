@@ -1,38 +1,20 @@
 #include "support/script_server.h"
 
 #include <arpa/inet.h>
+#include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
 namespace ku_test {
-namespace {
-
-int listen_loopback(int *port)
-{
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t length = sizeof address;
-    auto *any = reinterpret_cast<sockaddr *>(&address);
-    if (fd < 0 || bind(fd, any, length) != 0 || listen(fd, 64) != 0 ||
-        getsockname(fd, any, &length) != 0)
-        throw std::runtime_error("cannot listen on 127.0.0.1");
-    *port = ntohs(address.sin_port);
-    return fd;
-}
-
-}  // namespace
 
 std::string HttpRequest::header(const std::string &name) const
 {
-    const std::string key = "\r\n" + name + ":";
-    const auto at = std::search(head.begin(), head.end(), key.begin(), key.end(),
-                                [](char a, char b) { return tolower(a) == tolower(b); });
-    const size_t from = head.find_first_not_of(' ', (at - head.begin()) + key.size());
-    return at == head.end() ? "" : head.substr(from, head.find("\r\n", from) - from);
+    std::smatch match;
+    std::regex_search(head, match, std::regex("\r\n" + name + ": *([^\r]*)", std::regex::icase));
+    return match.str(1);
 }
 
 bool ScriptConnection::read_request()
@@ -52,30 +34,30 @@ bool ScriptConnection::read_request()
     return true;
 }
 
-void ScriptConnection::hold()
-{
-    char byte = 0;
-    while (recv(fd, &byte, 1, 0) == 1) {
-    }
-}
-
 // A blocking send returns short only when the peer has gone.
 bool ScriptConnection::send(const std::string &bytes)
 {
-    const auto size = static_cast<ssize_t>(bytes.size());
-    return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == size;
+    return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
 }
 
-// Sleeps in slices without reading a clock, which a test may have faked.
+// Waits on the socket, not on a clock that a test may have faked. The
+// server's end shuts the socket down, which ends the wait.
 bool ScriptConnection::pause_ms(int ms)
 {
-    for (; ms > 0 && !server.stopping_; ms -= 10)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return !server.stopping_;
+    pollfd event{fd, POLLIN, 0};
+    return poll(&event, 1, ms) == 0;
 }
 
-ScriptServer::ScriptServer(Script script) : listen_fd_(listen_loopback(&port_))
+ScriptServer::ScriptServer(Script script)
+    : listen_fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    socklen_t length = sizeof address;
+    auto *any = reinterpret_cast<sockaddr *>(&address);
+    if (listen_fd_ < 0 || bind(listen_fd_, any, length) != 0 || listen(listen_fd_, 64) != 0 ||
+        getsockname(listen_fd_, any, &length) != 0)
+        throw std::runtime_error("cannot listen on 127.0.0.1");
+    port_ = ntohs(address.sin_port);
     acceptor_ = std::thread([this, script] {
         for (int fd; (fd = accept(listen_fd_, nullptr, nullptr)) >= 0; close(fd)) {
             std::unique_lock<std::mutex> lock(mutex_);
@@ -131,15 +113,13 @@ ScriptServer::Script trickle(std::string head, size_t body_bytes, int interval_m
         for (size_t sent = 0; going && sent < body_bytes; ++sent)
             going = connection.send("x") && connection.pause_ms(interval_ms);
         if (going)
-            connection.hold();
+            connection.pause_ms(-1);
     };
 }
 
 int free_loopback_port()
 {
-    int port = 0;
-    close(listen_loopback(&port));
-    return port;
+    return ScriptServer([](ScriptConnection &) {}).port();  // closed again at once
 }
 
 }  // namespace ku_test

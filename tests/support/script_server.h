@@ -3,7 +3,6 @@
 // It records each request read. Its end shuts down a socket a script is in.
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -22,8 +21,7 @@ class ScriptServer;
 struct ScriptConnection {
     bool read_request();                  // false when the peer closed or the server stops
     bool send(const std::string &bytes);  // false when the peer has gone
-    bool pause_ms(int ms);                // false (early) when the server stops
-    void hold();                          // reads until the peer closes or the server stops
+    bool pause_ms(int ms);  // false (early) once the socket stirs; a negative `ms`: no limit
     ScriptServer &server;
     int fd;
 };
@@ -44,8 +42,8 @@ public:
 
 private:
     friend struct ScriptConnection;
-    int port_ = 0, listen_fd_ = -1;  // in this order: the port is set by the listen
-    std::atomic<bool> stopping_{false};
+    int port_ = 0, listen_fd_ = -1;
+    bool stopping_ = false;  // under mutex_
     int current_ = -1;  // the connection in hand, under mutex_
     mutable std::mutex mutex_;
     std::vector<HttpRequest> requests_;

@@ -30,13 +30,12 @@ ProcessResult run_process(std::vector<std::string> argv, const std::string &inpu
         execvp(args[0], args.data());
         _exit(127);
     }
-    ProcessResult result;
     int status = 0;
     rusage usage{};
     if (pid < 0 || wait4(pid, &status, 0, &usage) != pid)
         std::abort();
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    result.peak_kib = usage.ru_maxrss;
+    ProcessResult result{WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), {}, {},
+                         usage.ru_maxrss};
     for (int i = 1; i < 3; ++i) {
         std::rewind(files[i]);
         for (int c; (c = std::fgetc(files[i])) != EOF;)

@@ -1,4 +1,4 @@
-// Runs a program as a child process, as a shell user would: `input` on stdin,
+// Runs a program found on PATH as a child process: `input` on stdin,
 // stdout and stderr caught apart; the exit status and peak memory back.
 #pragma once
 
@@ -13,7 +13,6 @@ struct ProcessResult {
     long peak_kib = 0;  // peak resident memory, which counts what the child had at fork
 };
 
-// The program is looked up on PATH.
 ProcessResult run_process(std::vector<std::string> argv, const std::string &input = "");
 
 }  // namespace ku_test

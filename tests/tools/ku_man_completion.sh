@@ -6,10 +6,8 @@ ku=$1 page=$2 completion=$3
 warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l "$page" 2>&1 >/dev/null) || true
 [ -z "$warnings" ] || { echo "man page warnings: $warnings" >&2; exit 1; }
 offered=$(bash -c 'source "$1"; complete -p ku > /dev/null
-  COMP_WORDS=(ku ""); COMP_CWORD=1; _ku; echo "${COMPREPLY[*]}"
-  COMP_WORDS=(ku b64 d); COMP_CWORD=2; _ku; echo "b64 d: ${COMPREPLY[*]}"
-  COMP_WORDS=(ku json set --s); COMP_CWORD=3; _ku; echo "json set --s: ${COMPREPLY[*]}"' \
-  _ "$completion")
+  c() { COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _ku; echo "${*:2}: ${COMPREPLY[*]}"; }
+  c ku ""; c ku b64 d; c ku json set --s' _ "$completion")
 echo "$offered" | grep -qx 'b64 d: decode' && echo "$offered" | grep -qx 'json set --s: --string' ||
   { echo "completion: $offered" >&2; exit 1; }
 rendered=$(MANWIDTH=200 man -l "$page" 2>/dev/null | sed 's/.\x08//g')

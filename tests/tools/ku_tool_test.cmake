@@ -1,14 +1,23 @@
-include(${CMAKE_CURRENT_LIST_DIR}/ku_tool.cmake)
-# Plug-ins for `ku plugin`: kuplug_echo.so is what it says, kuplug_empty.so
-# has no operations table.
-set(ku_plugin_dir ${CMAKE_CURRENT_BINARY_DIR}/ku_tool_plugins)
-foreach(variant echo empty)
-  add_library(kuplug_${variant} MODULE ${CMAKE_CURRENT_LIST_DIR}/test_plugin.c)
-  set_target_properties(kuplug_${variant} PROPERTIES PREFIX ""
-                        LIBRARY_OUTPUT_DIRECTORY ${ku_plugin_dir})
-  target_link_libraries(kuplug_${variant} PRIVATE ku_warnings)
-  add_dependencies(${KU_TEST_TARGET} kuplug_${variant})
-endforeach()
-target_compile_definitions(kuplug_echo PRIVATE KU_TEST_MODULE_NAME="echo" KU_TEST_OPS=&ku_test_ops)
-target_compile_definitions(kuplug_empty PRIVATE KU_TEST_MODULE_NAME="empty" KU_TEST_OPS=0)
-target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TEST_PLUGIN_DIR="${ku_plugin_dir}")
+# The ku tool's tests run the built `ku` as a child process.
+if(TARGET ku)
+  set(KU_TOOL_RUN "$<TARGET_FILE:ku>")
+  # The kernel cannot start a cross-built tool: tests start a wrapper, also
+  # named ku, that hands it to the emulator.
+  if(CMAKE_CROSSCOMPILING AND CMAKE_CROSSCOMPILING_EMULATOR)
+    set(KU_TOOL_RUN ${CMAKE_CURRENT_BINARY_DIR}/emulated/ku)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    file(GENERATE OUTPUT ${KU_TOOL_RUN}
+         CONTENT "#!/bin/sh\nexec ${emulator} \"$<TARGET_FILE:ku>\" \"$@\"\n"
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+  endif()
+  add_dependencies(${KU_TEST_TARGET} ku)
+endif()
+# The plock stand-in, preloaded in front of `ku lock`; `ku plugin` loads plugin_test's plug-ins.
+add_library(ku_plock_preload MODULE ${PROJECT_SOURCE_DIR}/tests/support/plock/plock_device.cpp)
+target_link_libraries(ku_plock_preload PRIVATE ku_warnings)
+add_dependencies(${KU_TEST_TARGET} ku_plock_preload plugin_test_good plugin_test_wrong
+                 plugin_test_nullops)
+target_compile_definitions(${KU_TEST_TARGET} PRIVATE KU_TOOL_PATH="${KU_TOOL_RUN}"
+  KU_PLOCK_PRELOAD="$<TARGET_FILE:ku_plock_preload>"
+  KU_TEST_PLUGIN_DIR="$<TARGET_FILE_DIR:plugin_test_good>")
+set(KU_TEST_PROPERTIES LABELS tool)
