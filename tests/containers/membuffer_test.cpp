@@ -113,8 +113,8 @@ TEST_F(Membuffer, DetachAttachAndDestroyHandOverTheBlock)
 }
 
 // The sign counts (-1 exactly for the prefix rule); a difference comes back
-// as strncmp gave it.
-TEST(Memptr, ComparesSliceAgainstText)
+// as strncmp gave it. str_alloc copies exactly len bytes and terminates.
+TEST(Memptr, ComparesSliceAgainstTextAndStrAllocCopiesIt)
 {
     // slice, its length, text -> memptr_cmp, memptr_cmp_nocase
     const std::tuple<const char *, size_t, const char *, int, int> rows[] = {
@@ -132,10 +132,6 @@ TEST(Memptr, ComparesSliceAgainstText)
     int (*volatile libc_strncmp)(const char *, const char *, size_t) = strncmp;  // not folded
     const memptr a{"a", 1};
     EXPECT_EQ(memptr_cmp(&a, "z"), libc_strncmp("a", "z", 1)) << "a difference comes back whole";
-}
-
-TEST(StrAlloc, CopiesExactlyLenBytesAndTerminates)
-{
     char *copy = str_alloc("a\0bcdef", 4);
     EXPECT_EQ(std::string(copy, 5), "a\0bc\0"s);
     free(copy);
