@@ -1,5 +1,5 @@
-// Pieces the fuzz targets share: a reader over the fuzz input, the reference
-// model of the container targets, the file targets' directory.
+// Pieces the fuzz targets share: a reader over the fuzz input, a check that
+// names itself, the file targets' directory.
 #ifndef KU_FUZZ_SUPPORT_H
 #define KU_FUZZ_SUPPORT_H
 #include <unistd.h>
@@ -47,20 +47,6 @@ struct Input {
     {
         std::string out = text(length);
         std::replace(out.begin(), out.end(), '\0', ' ');
-        return out;
-    }
-};
-
-// What a container must hold, in order: the byte buffer edits `held` in
-// place; the ring and the cache take from its front. Bytes made by
-// fresh() count up, so a lost, doubled or reordered byte shows.
-struct ByteModel {
-    std::string held;
-    uint8_t next = 0;
-    std::string fresh(size_t n)
-    {
-        std::string out(n, '\0');
-        for (char &c : out) c = static_cast<char>(++next);
         return out;
     }
 };

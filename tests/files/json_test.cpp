@@ -105,16 +105,13 @@ TEST(Json, LoadReadOnceSaveAndDestroy)
     EXPECT_EQ(ku_test::read_file(path), R"({"url":"h\/p","n":2})");
 }
 
-// What json-c can't allocate never changes a document (the torture suite
-// fails the other calls): each refused allocation on each way of an array
-// setter gives -1 and the document as it was; any other outcome is the whole
-// change.
+// Each refused allocation on each way of an array setter gives -1 and the
+// document as it was; any other outcome is the whole change. (The torture
+// suite fails each call of the other functions in turn.)
 TEST(Json, WithoutMemoryNothingIsLostOrLeaked)
 {
     KU_REQUIRE_ALLOC_CONTROL();
     ku_test::AllocControl alloc;
-    alloc.fail(ku_test::kAnyAlloc);
-    EXPECT_EQ(ku_json_create(), nullptr);
     const char *const text = R"({"l":[{"f":0}],"e":[]})";
     for (auto [key, after] : {std::pair{"l", R"({"l":[{"f":0,"g":1}],"e":[]})"},
                               {"e", R"({"l":[{"f":0}],"e":[{"g":1}]})"},

@@ -63,25 +63,20 @@ TEST(Table, LoadSplitsFieldsByTheFormatRulesAndEditsChangeOneCell)
     kutable_close(table);
 }
 
-TEST(Table, WithoutMemoryLoadSetAndAppendChangeNothing)
+// A refused allocation leaves the table as it was (the torture suite fails
+// each call of a load, an edit and a save in turn).
+TEST(Table, WithoutMemorySetAndAppendChangeNothing)
 {
     KU_REQUIRE_ALLOC_CONTROL();
     ku_test::TempDir dir;
-    const std::string path = dir.write("t", "ab\nc d e\n");
+    kutable *table = kutable_load(dir.write("t", "ab\nc d e\n").c_str());
     ku_test::AllocControl alloc;
-    ku_test::CaptureStderr quiet;  // the refused loads' error lines
-    for (long skip = 0; skip < 13; ++skip) {  // the last run fails a set and an append
-        alloc.fail(ku_test::kAnyAlloc, skip, 1);
-        kutable *table = kutable_load(path.c_str());
-        if (table != nullptr) {  // the plan hit one of stdio's own blocks, or none
-            alloc.fail(ku_test::kAnyAlloc, 0, -1);
-            EXPECT_EQ(kutable_set(table, 0, 0, "much longer"), -1);
-            EXPECT_EQ(kutable_append(table, "x y"), -1);
-            alloc.allow();
-            EXPECT_EQ(cells_of(table), (Rows{{"ab"}, {"c", "d", "e"}})) << skip;
-            kutable_close(table);
-        }
-    }
+    alloc.fail(ku_test::kAnyAlloc, 0, -1);
+    EXPECT_EQ(kutable_set(table, 0, 0, "much longer"), -1);
+    EXPECT_EQ(kutable_append(table, "x y"), -1);
+    alloc.allow();
+    EXPECT_EQ(cells_of(table), (Rows{{"ab"}, {"c", "d", "e"}}));
+    kutable_close(table);
 }
 
 // Cells go out plain with a space each: what the format cannot say is lost.
