@@ -1,5 +1,5 @@
-// Pieces the fuzz targets share: a reader over the fuzz input, the reference
-// model of the container targets, a temporary directory and file helpers.
+// Pieces the fuzz targets share: a reader over the fuzz input, a check that
+// names itself, the file targets' directory.
 #ifndef KU_FUZZ_SUPPORT_H
 #define KU_FUZZ_SUPPORT_H
 #include <unistd.h>
@@ -8,10 +8,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "support/temp_dir.h"
 
 // Stops the run naming the check (seen when a finding is replayed: the
 // runner closes the target's stderr while it fuzzes).
@@ -52,50 +51,12 @@ struct Input {
     }
 };
 
-// What a container must hold, in order: the byte buffer edits `held` in
-// place; the ring, the cache and the list take from its front. Bytes made by
-// fresh() count up, so a lost, doubled or reordered byte shows.
-struct ByteModel {
-    std::string held;
-    uint8_t next = 0;
-    std::string fresh(size_t n)
-    {
-        std::string out(n, '\0');
-        for (char &c : out) c = static_cast<char>(++next);
-        return out;
-    }
-    std::string take(size_t n)
-    {
-        std::string out = held.substr(0, n);
-        held.erase(0, n);
-        return out;
-    }
-};
-
-// A fresh directory under /dev/shm (or /tmp), removed with its files at exit.
-struct TempDir {
-    std::string path;
-    explicit TempDir(const char *name)
-    {
-        path = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        path = path + "/ku-fuzz-" + name + "-XXXXXX";
-        fail_unless(mkdtemp(path.data()) != nullptr);
-    }
-    ~TempDir() { std::filesystem::remove_all(path); }
-};
-
-inline void write_file(const std::string &path, const std::string &content)
+// On /dev/shm where there is one: the fsyncs of every INI rewrite cost
+// nothing there. Removed with its files at exit.
+inline const ku_test::TempDir &fuzz_dir()
 {
-    FILE *file = fopen(path.c_str(), "wb");
-    fail_unless(file != nullptr);
-    fail_unless(fwrite(content.data(), 1, content.size(), file) == content.size());
-    fail_unless(fclose(file) == 0);
-}
-
-// The whole file, or "<missing>" when it cannot be opened.
-inline std::string read_file(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "<missing>";
+    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 1);
+    static const ku_test::TempDir dir;
+    return dir;
 }
 #endif  // KU_FUZZ_SUPPORT_H

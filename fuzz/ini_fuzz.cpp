@@ -4,21 +4,20 @@
 #include "fuzz_support.h"
 #include "ku/ini.h"
 
-static const TempDir dir("ini");
+static const ku_test::TempDir &dir = fuzz_dir();
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Input in{data, size};
-    const std::string path = dir.path + "/f.ini";
-    write_file(path, in.c_text(in.number(2)));
+    const std::string path = dir.write("f.ini", in.c_text(in.number(2)));
     while (in.size > 0) {
         const std::string section = in.c_text(in.byte() % 34), key = in.c_text(in.byte() % 6);
-        const std::string value = in.c_text(in.number(2) % 1100), before = read_file(path);
+        const std::string value = in.c_text(in.number(2) % 1100), before = ku_test::read_file(path);
         const char *s = section.c_str(), *k = key.c_str(), *p = path.c_str();
         const bool reads_back = value.find('\n') == value.npos && GetIniKeyString(s, k, p);
         const int result = PutIniKeyString(s, k, value.c_str(), p);
-        fail_unless(result == 0 || (result == -1 && read_file(path) == before));
-        fail_unless(read_file(path + ".tmp") == "<missing>");
+        fail_unless(result == 0 || (result == -1 && ku_test::read_file(path) == before));
+        fail_unless(access((path + ".tmp").c_str(), F_OK) != 0);
         if (result == 0 && reads_back) fail_unless(value == GetIniKeyString(s, k, p));
     }
     return 0;

@@ -3,7 +3,7 @@
 #include "fuzz_support.h"
 #include "ku/json.h"
 
-static const TempDir dir("json");
+static const ku_test::TempDir &dir = fuzz_dir();
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             fail_unless(ku_json_array_get_num(doc, text.c_str()) > 0);
         }
     }
-    const std::string path = dir.path + "/doc.json", printed = ku_json_string_ref(doc);
+    const std::string path = dir.file("doc.json"), printed = ku_json_string_ref(doc);
     fail_unless(ku_json_file_save(doc, path.c_str()) == 0);
     ku_json_destroy(doc);
     doc = ku_json_load_from_file(path.c_str());  // a bare number's file has no end

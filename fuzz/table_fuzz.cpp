@@ -3,13 +3,12 @@
 #include "fuzz_support.h"
 #include "ku/table.h"
 
-static const TempDir dir("table");
+static const ku_test::TempDir &dir = fuzz_dir();
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Input in{data, size};
-    const std::string path = dir.path + "/t";
-    write_file(path, in.text(in.number(2)));
+    const std::string path = dir.write("t", in.text(in.number(2)));
     kutable *table = kutable_load(path.c_str());
     fail_unless(table != nullptr);
     while (in.size > 0) {

@@ -14,8 +14,6 @@
 
 static const std::string kTwo = "[one]\na=1\n[two]\nb=2\n", kNull = "<null>";
 
-namespace {
-
 struct Ini : ::testing::Test {
     std::string get(const std::string &section, const char *key)
     {
@@ -33,8 +31,6 @@ struct Ini : ::testing::Test {
     ku_test::TempDir dir;
     std::string path = dir.file("config.ini");
 };
-
-}  // namespace
 
 // Header look-alikes before the header, comments behind it; [t] has no key
 // lines of its own, and [s] ends only with the file.

@@ -51,39 +51,32 @@ TEST(Table, LoadSplitsFieldsByTheFormatRulesAndEditsChangeOneCell)
         EXPECT_EQ(kutable_get(table, row, col), nullptr) << row << "," << col;
         EXPECT_EQ(kutable_set(table, row, col, "z"), -1) << row << "," << col;
     }
-    EXPECT_EQ(kutable_set(table, 0, 0, "hello"), -1);
-    EXPECT_EQ(kutable_set(table, 0, 0, "hel"), 0);
-    const std::string longer(600, 'L'), w700(700, 'w');
-    EXPECT_EQ(kutable_set(table, 0, 1, longer.c_str()), 0);
-    EXPECT_EQ(kutable_delete(table, 1), 0);
-    EXPECT_EQ(kutable_delete(table, 2), 0);
-    EXPECT_EQ(kutable_append(table, "p\\ q  r\r\ndropped"), 0);
-    EXPECT_EQ(kutable_append(table, w700.c_str()), 0);  // the 511-byte limit is the file's
-    EXPECT_EQ(kutable_append(table, "#comment"), -1);
-    EXPECT_EQ(kutable_append(table, "  \\ \r\n"), -1);
+    const std::string longer(600, 'L'), w700(700, 'w');  // the 511-byte limit is the file's
+    const std::vector results = {
+        kutable_set(table, 0, 0, "hello"), kutable_set(table, 0, 0, "hel"),
+        kutable_set(table, 0, 1, longer.c_str()), kutable_delete(table, 1),
+        kutable_delete(table, 2), kutable_append(table, "p\\ q  r\r\ndropped"),
+        kutable_append(table, w700.c_str()), kutable_append(table, "#comment"),
+        kutable_append(table, "  \\ \r\n")};
+    EXPECT_EQ(results, (std::vector{-1, 0, 0, 0, 0, 0, 0, -1, -1}));
     EXPECT_EQ(cells_of(table), (Rows{{"hel", longer}, {"last"}, {"p q", "r"}, {w700}}));
     kutable_close(table);
 }
 
-TEST(Table, WithoutMemoryLoadSetAndAppendChangeNothing)
+// A refused allocation leaves the table as it was (the torture suite fails
+// each call of a load, an edit and a save in turn).
+TEST(Table, WithoutMemorySetAndAppendChangeNothing)
 {
     KU_REQUIRE_ALLOC_CONTROL();
     ku_test::TempDir dir;
-    const std::string path = dir.write("t", "ab\nc d e\n");
+    kutable *table = kutable_load(dir.write("t", "ab\nc d e\n").c_str());
     ku_test::AllocControl alloc;
-    ku_test::CaptureStderr quiet;  // the refused loads' error lines
-    for (long skip = 0; skip < 13; ++skip) {  // the last run fails a set and an append
-        alloc.fail(ku_test::kAnyAlloc, skip, 1);
-        kutable *table = kutable_load(path.c_str());
-        if (table != nullptr) {  // the plan hit one of stdio's own blocks, or none
-            alloc.fail(ku_test::kAnyAlloc, 0, -1);
-            EXPECT_EQ(kutable_set(table, 0, 0, "much longer"), -1);
-            EXPECT_EQ(kutable_append(table, "x y"), -1);
-            alloc.allow();
-            EXPECT_EQ(cells_of(table), (Rows{{"ab"}, {"c", "d", "e"}})) << skip;
-            kutable_close(table);
-        }
-    }
+    alloc.fail(ku_test::kAnyAlloc, 0, -1);
+    EXPECT_EQ(kutable_set(table, 0, 0, "much longer"), -1);
+    EXPECT_EQ(kutable_append(table, "x y"), -1);
+    alloc.allow();
+    EXPECT_EQ(cells_of(table), (Rows{{"ab"}, {"c", "d", "e"}}));
+    kutable_close(table);
 }
 
 // Cells go out plain with a space each: what the format cannot say is lost.
