@@ -17,11 +17,10 @@ std::string private_namespaces_missing_reason()
 
 bool enter_private_namespaces()
 {
-    // Private propagation keeps the mounts made in here from reaching the
-    // machine's own namespace.
+    // A private / keeps the mounts made in here from the machine's namespace.
     if (unshare(CLONE_NEWNS | CLONE_NEWNET) != 0 ||
         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-        missing = "unshare -m -n is not permitted here (needs root)";
+        missing = "new mount and network namespaces are not permitted here (needs root)";
     } else if (std::system("ip link set lo up") != 0) {
         missing = "cannot bring the loopback interface up in the namespace";
     } else {

@@ -8,10 +8,9 @@
 
 namespace ku_test {
 
-// Call from a static initialiser of the test executable, before any thread
-// starts (namespaces belong to threads): moves the process into the
-// namespaces and brings their loopback interface up; false when the machine
-// does not allow it.
+// Call from a static initialiser, before any thread starts (namespaces belong
+// to threads): moves the process into them and brings their loopback up;
+// false when the machine does not allow it.
 bool enter_private_namespaces();
 // Why the namespaces are not available, for a skip message.
 std::string private_namespaces_missing_reason();
