@@ -276,8 +276,7 @@ TEST(Torture, EveryFallibleCallFailsOnce)
         for (int pass = 0; pass < (json ? 2 : 1); pass++) {
             const unsigned calls = pass ? kAnyFallible & ~kStrdup : kAnyFallible;
             AllocControl::only_callers_in({"libku.so", json && pass == 0 ? "libku.so" : c.partner});
-            // The first run lets one-time set-up (libcurl's, the TLS
-            // library's) happen, the second counts.
+            // A first run lets one-time set-up (libcurl's, OpenSSL's) happen.
             run_round(c, calls, -1);
             const long seen = run_round(c, calls, -1);
             ASSERT_GT(seen, 0) << c.name << ": no fallible call found";
