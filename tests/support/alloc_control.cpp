@@ -66,11 +66,8 @@ bool planned_failure(unsigned call, const void *caller)
         return false;
     }
     plan.counts[__builtin_ctz(call)]++;
-    if ((plan.calls & call) == 0 || plan.fail == 0) {
-        return false;
-    }
-    if (plan.skip > 0) {
-        plan.skip--;
+    // Past the first `skip` matching calls, skip stays below 0.
+    if ((plan.calls & call) == 0 || plan.fail == 0 || plan.skip-- > 0) {
         return false;
     }
     plan.fail -= plan.fail > 0 ? 1 : 0;
@@ -124,12 +121,6 @@ KU_WRAP(kThread, EAGAIN, EAGAIN, int, pthread_create,
 
 namespace ku_test {
 
-AllocControl::AllocControl()
-{
-    reset();
-    allow();
-}
-
 void AllocControl::fail(unsigned calls, long skip, long fail)
 {
     plan.calls = calls;
@@ -153,7 +144,7 @@ unsigned AllocControl::last_failed() const
 
 void AllocControl::reset()
 {
-    plan = {plan.calls, plan.skip, plan.fail, 0, {}};
+    plan = {};
 }
 
 void AllocControl::only_callers_in(const std::vector<const char *> &objects)

@@ -24,7 +24,7 @@ constexpr int kAllocCallKinds = 8;
 
 class AllocControl {
 public:
-    AllocControl();  // resets this thread's counters and plan
+    AllocControl() { reset(); }
     ~AllocControl() { allow(); }
 
     // Of the calls matching `calls`, let the next `skip` succeed, then fail
@@ -35,7 +35,7 @@ public:
     // Calls matching `calls` since construction or reset().
     long count(unsigned calls) const;
     unsigned last_failed() const;  // the kind of the last failed call, or 0
-    void reset();
+    void reset();  // forgets this thread's counts and plan
     // Only calls made directly from code of the loaded objects whose file
     // name contains one of `objects` (such as "libku.so") count and may fail,
     // on every thread; an empty list counts every call again.
@@ -45,10 +45,7 @@ public:
 };
 
 #define KU_REQUIRE_ALLOC_CONTROL()                                                        \
-    do {                                                                                  \
-        if (!::ku_test::AllocControl::effective()) {                                      \
-            GTEST_SKIP() << "the allocator is replaced (valgrind): no failure injection"; \
-        }                                                                                 \
-    } while (0)
+    if (!::ku_test::AllocControl::effective())                                            \
+    GTEST_SKIP() << "the allocator is replaced (valgrind): no failure injection"
 
 }  // namespace ku_test

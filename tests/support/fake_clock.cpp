@@ -7,13 +7,8 @@
 // __clock_gettime64 (and time's __time64), and libc's own is found under it.
 extern "C" int clock_gettime(clockid_t clock, timespec *now)
 {
-#if defined(__USE_TIME_BITS64) && __TIMESIZE == 32
-    static const auto real = reinterpret_cast<int (*)(clockid_t, timespec *)>(
-        dlsym(RTLD_NEXT, "__clock_gettime64"));
-#else
-    static const auto real =
-        reinterpret_cast<int (*)(clockid_t, timespec *)>(dlsym(RTLD_NEXT, "clock_gettime"));
-#endif
+    static const auto real = reinterpret_cast<int (*)(clockid_t, timespec *)>(dlsym(
+        RTLD_NEXT, sizeof(time_t) > sizeof(long) ? "__clock_gettime64" : "clock_gettime"));
     if (clock != CLOCK_MONOTONIC || !ku_test::fake_active.load())
         return real(clock, now);
     now->tv_sec = static_cast<time_t>(ku_test::fake_monotonic_sec.load());

@@ -1,76 +1,38 @@
 #include "support/private_namespaces.h"
 
-#include "support/emulator.h"
-
+#include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <vector>
+#include <cstdlib>
 
 namespace ku_test {
-namespace {
 
-// "1" inside the namespaces, else why they are missing.
-constexpr const char *kMarker = "KU_TEST_PRIVATE_NS";
-
-bool inside()
-{
-    return std::getenv(kMarker) != nullptr && std::strcmp(std::getenv(kMarker), "1") == 0;
-}
-
-bool refuse(const char *reason)
-{
-    return setenv(kMarker, reason, 1) != 0;
-}
-
-}  // namespace
+// Null inside the namespaces, else why they are missing.
+static const char *missing = "not running inside private mount and network namespaces";
 
 std::string private_namespaces_missing_reason()
 {
-    return std::getenv(kMarker) != nullptr && !inside()
-               ? std::getenv(kMarker)
-               : "not running inside private mount and network namespaces";
+    return missing != nullptr ? missing : "";
 }
 
 bool enter_private_namespaces()
 {
-    if (std::getenv(kMarker) != nullptr) {
-        return inside() && (std::system("ip link set lo up") == 0 ||
-                            refuse("cannot bring the loopback interface up in the namespace"));
+    // A private / keeps the mounts made in here from the machine's namespace.
+    if (unshare(CLONE_NEWNS | CLONE_NEWNET) != 0 ||
+        mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0) {
+        missing = "new mount and network namespaces are not permitted here (needs root)";
+    } else if (std::system("ip link set lo up") != 0) {
+        missing = "cannot bring the loopback interface up in the namespace";
+    } else {
+        missing = nullptr;
     }
-    if (std::system("unshare -m -n --propagation private true >/dev/null 2>&1") != 0) {
-        return refuse("unshare -m -n is not permitted here (needs root or user namespaces)");
-    }
-    // A cross-built test must start through its emulator again.
-    std::vector<std::string> words = {"unshare", "-m", "-n", "--propagation", "private", "--"};
-    std::istringstream emulator(kEmulatorCommand);
-    for (std::string word; std::getline(emulator, word, '|');) {
-        words.push_back(word);
-    }
-    words.push_back(std::filesystem::read_symlink("/proc/self/exe").string());
-    std::ifstream own("/proc/self/cmdline", std::ios::binary);
-    std::string word;
-    std::getline(own, word, '\0');  // the program as it was started
-    while (std::getline(own, word, '\0')) {
-        words.push_back(word);
-    }
-    std::vector<char *> argv;
-    for (std::string &argument : words) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
-    setenv(kMarker, "1", 1);
-    execvp(argv[0], argv.data());
-    return refuse("exec of unshare failed");
+    return missing == nullptr;
 }
 
 bool bind_over(const std::string &source, const std::string &target)
 {
-    return inside() && mount(source.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    return missing == nullptr &&
+           mount(source.c_str(), target.c_str(), "", MS_BIND, nullptr) == 0;
 }
 
 }  // namespace ku_test

@@ -1,17 +1,16 @@
 // Private mount and network namespaces for tests that must change a fixed
 // system path (bind a test CA bundle over the machine's one) or must be sure
-// that no lookup leaves the machine: the test binary re-executes itself under
-// "unshare -m -n --propagation private", where only a loopback interface
-// exists and mounts vanish with the process.
+// that no lookup leaves the machine: only a loopback interface exists in
+// there, and mounts vanish with the process.
 #pragma once
 
 #include <string>
 
 namespace ku_test {
 
-// Call from a static initialiser of the test executable: outside, re-executes
-// the binary inside the namespaces when the machine allows it (else false);
-// inside, brings the loopback interface up and returns true.
+// Call from a static initialiser, before any thread starts (namespaces belong
+// to threads): moves the process into them and brings their loopback up;
+// false when the machine does not allow it.
 bool enter_private_namespaces();
 // Why the namespaces are not available, for a skip message.
 std::string private_namespaces_missing_reason();

@@ -15,22 +15,16 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <sanitizer/common_interface_defs.h>
 #include <sanitizer/lsan_interface.h>
 
-#include <array>
 #include <functional>
-#include <map>
-#include <memory>
 
 using namespace ku_test;
 
 namespace {
-
-using Kinds = std::array<long, kAllocCallKinds>;
 
 // One round: the library calls inside armed() count, and the `target`-th of
 // them (from 0) fails; -1 fails none.
@@ -39,7 +33,6 @@ struct Round {
     unsigned calls;
     long seen = 0;
     bool failed_last = false;  // the failure happened in the last armed() call
-    Kinds kinds{};
     AllocControl control;
     CaptureStdout out;  // capturing ends at the first finish()
     CaptureStderr err;
@@ -51,9 +44,6 @@ struct Round {
         control.reset();
         control.fail(target >= seen ? calls : 0, target - seen, 1);
         const auto result = call();
-        for (int kind = 0; kind < kAllocCallKinds; kind++) {
-            kinds[kind] += control.count(calls & (1u << kind));
-        }
         failed_last = target >= seen && target < seen + control.count(calls);
         seen += control.count(calls);
         control.allow();
@@ -72,22 +62,17 @@ struct Round {
     bool said(const std::string &text) { return err.finish().find(text) != std::string::npos; }
 };
 
-const std::vector<const char *> kLibku = {"libku.so"};
-const std::vector<const char *> kWithJson = {"libku.so", "libjson-c.so"};
-const std::vector<const char *> kWithCurl = {"libku.so", "libcurl"};
-
 struct Case {
     const char *family, *name;
     std::function<void(Round &)> run;
-    std::vector<const char *> scope = kLibku;  // objects whose calls may fail
+    const char *partner = "libku.so";  // the other library whose calls may fail, if any
 };
 
 const TempDir scratch;
-// The served document, made by main() before the first round counts
+// The served document and its URL, set up before the first round counts
 // descriptors. Over TLS a transfer walks the same library code: only
 // libcurl's own calls would add rounds.
-std::string body;
-std::unique_ptr<NginxServer> web;
+std::string body, url;
 
 std::string text(const char *chars)
 {
@@ -101,7 +86,6 @@ void download(Round &r, bool blocking, bool save)
 {
     char headers[] = "X-One: 1\r\nX-Two: 2";
     const std::string path = scratch.file("saved.bin");
-    const std::string url = web->http_url("/doc.txt");
     HttpsOption option{};
     option.save_path = path.c_str();
     option.time_limit = 20;
@@ -151,22 +135,22 @@ const std::vector<Case> kCases = {
          ku_json_destroy(made);
          r.check([&] { return json_file_get_int(path.c_str(), "n"); }, 0, true);
          r.check([] { return json_buf_get_int(kJson, "n"); }, 0, true);
-     }, kWithJson},
+     }, "libjson-c.so"},
     {"json", "fields: writers, copies, array setters", [](Round &r) {
          ku_json_doc *doc = ku_json_load_from_buf(kJson);
          // A failed writer leaves the old value, or none when json-c could
          // not store the new entry after the old one was deleted.
-         auto expect_set = [&r, doc](int result, const char *key, const char *value) {
+         auto expect_set = [&r, doc](const char *key, const char *value, auto writer) {
+             const int result = r.armed(writer);
              const std::string now = text(ku_json_get_string(doc, key));
              EXPECT_TRUE(result == 0 ? now == value : r.failed_last && now != value) << now;
          };
-         expect_set(r.armed([&] { return ku_json_set_string(doc, "name", "libku"); }), "name",
-                    "libku");
-         expect_set(r.armed([&] { return ku_json_set_int(doc, "n", 8); }), "n", "8");
-         expect_set(r.armed([&] { return ku_json_set_int64(doc, "big", 1LL << 40); }), "big",
-                    "1099511627776");
-         expect_set(r.armed([&] { return ku_json_set_obj(doc, "obj", "{\"a\":[1,2]}"); }), "obj",
-                    "{ \"a\": [ 1, 2 ] }");
+         expect_set("name", "libku", [&] { return ku_json_set_string(doc, "name", "libku"); });
+         expect_set("n", "8", [&] { return ku_json_set_int(doc, "n", 8); });
+         expect_set("big", "1099511627776",
+                    [&] { return ku_json_set_int64(doc, "big", 1LL << 40); });
+         expect_set("obj", "{ \"a\": [ 1, 2 ] }",
+                    [&] { return ku_json_set_obj(doc, "obj", "{\"a\":[1,2]}"); });
          // An earlier failure may have taken "n" away: r.failed(), not failed_last.
          char *copy = r.armed([&] { return ku_json_dup_string(doc, "n"); });
          EXPECT_TRUE(copy != nullptr || r.failed());
@@ -175,18 +159,17 @@ const std::vector<Case> kCases = {
          r.check([&] { return ku_json_string_ref(doc); }, nullptr, true);
          free(r.check([&] { return ku_json_obj_dup_obj_string(ku_json_get_obj(doc, "list")); },
                       nullptr, true));
-         const int set_old =
-             r.armed([&] { return ku_json_array_set_int(doc, "list", 1, "id", 5); });
+         const int old = r.armed([&] { return ku_json_array_set_int(doc, "list", 1, "id", 5); });
          json_object *second = ku_json_array_get_obj(doc, "list", 1);
-         EXPECT_EQ(ku_json_obj_get_int(second, "id"), set_old ? 2 : 5);
+         EXPECT_EQ(ku_json_obj_get_int(second, "id"), old ? 2 : 5);
          const int added =
              r.armed([&] { return ku_json_array_set_string(doc, "list", 9, "id", "x"); });
          EXPECT_EQ(ku_json_array_get_num(doc, "list"), added ? 2 : 3);
          const int fresh = r.armed([&] { return ku_json_array_set_int(doc, "new", 0, "v", 1); });
          EXPECT_EQ(ku_json_is_key_exist(doc, "new"), fresh ? 0 : 1) << "a failed setter left a key";
-         EXPECT_TRUE((set_old == 0 && added == 0 && fresh == 0) || r.failed());
+         EXPECT_TRUE((old == 0 && added == 0 && fresh == 0) || r.failed());
          ku_json_destroy(doc);
-     }, kWithJson},
+     }, "libjson-c.so"},
     {"table", "load, edit and save", [](Round &r) {
          const std::string path = scratch.write("rows.txt", kTable);
          kutable *table = r.check([&] { return kutable_load(path.c_str()); }, nullptr);
@@ -228,13 +211,13 @@ const std::vector<Case> kCases = {
          unlink(path.c_str());
          ku_socket_close(r.check([] { return ku_socket_tcps(0); }, -1));
      }},
-    {"https", "HttpsRequest to memory", [](Round &r) { download(r, true, false); }, kWithCurl},
+    {"https", "HttpsRequest to memory", [](Round &r) { download(r, true, false); }, "libcurl"},
     {"https", "HttpsRequest to a save file", [](Round &r) { download(r, true, true); },
-     kWithCurl},
+     "libcurl"},
     {"https", "HttpsRequestNonBlock to memory", [](Round &r) { download(r, false, false); },
-     kWithCurl},
+     "libcurl"},
     {"https", "HttpsRequestNonBlock to a save file",
-     [](Round &r) { download(r, false, true); }, kWithCurl},
+     [](Round &r) { download(r, false, true); }, "libcurl"},
     {"plugin", "ku_plugin_create", [](Round &r) {
          ku_plugin *plugin = r.check(
              [] { return ku_plugin_create(KU_TEST_PLUGIN_DIR, "kutest_", "good"); }, nullptr);
@@ -243,16 +226,16 @@ const std::vector<Case> kCases = {
      }},
 };
 
-const char *round_name = "";
-int report_fd = 2;  // the real standard error, for what must not be lost
+std::string hang_report;  // what the watchdog says
+int report_fd = 2;         // the real standard error, for what must not be lost
 
-// Runs one round; gives the calls it counted, in all and per kind.
-std::pair<long, Kinds> run_round(const Case &c, unsigned calls, long target)
+// Runs one round; gives the calls it counted.
+long run_round(const Case &c, unsigned calls, long target)
 {
     const std::string name = std::string(c.family) + " / " + c.name + " / round " +
                              (target < 0 ? "counting" : std::to_string(target + 1));
     SCOPED_TRACE(name);
-    round_name = name.c_str();
+    hang_report = "torture: round hangs: " + name + "\n";
     const int fds = open_fd_count();
     Round round{target, calls};
     alarm(60);
@@ -264,99 +247,50 @@ std::pair<long, Kinds> run_round(const Case &c, unsigned calls, long target)
         fwrite(output.data(), 1, output.size(), stdout);
     }
     EXPECT_EQ(open_fd_count(), fds) << "descriptors left open";
-    // A leak is reported again at every later check: the first one counts.
-    static bool leaked = false;
-    if (!leaked && __lsan_do_recoverable_leak_check() != 0) {
-        leaked = true;
-        ADD_FAILURE() << "memory leaked (report above); no more leak checks in this run";
-    }
-    return {round.seen, round.kinds};
+    // A failure ends the run, so a leak is not reported again by later rounds.
+    EXPECT_EQ(__lsan_do_recoverable_leak_check(), 0) << "memory leaked (report above)";
+    return round.seen;
 }
-
-struct Summary {
-    long cases = 0, rounds = 0;
-    Kinds kinds{};
-};
 
 TEST(Torture, EveryFallibleCallFailsOnce)
 {
     ASSERT_TRUE(AllocControl::effective()) << "the allocator is replaced: no failure injection";
-    std::map<std::string, Summary> summary;
-    for (const Case &c : kCases) {
-        // json-c 0.16 does not check its own strdup of a key (it takes the
-        // length of the null copy): its other calls fail in a second pass.
-        for (const bool second : {false, true}) {
-            if (second && c.scope != kWithJson) {
-                break;
-            }
-            const unsigned calls = second ? kAnyFallible & ~kStrdup : kAnyFallible;
-            AllocControl::only_callers_in(second || c.scope != kWithJson ? c.scope : kLibku);
-            // The first run lets one-time set-up (libcurl's, the TLS
-            // library's) happen, the second counts.
-            run_round(c, calls, -1);
-            const auto [seen, kinds] = run_round(c, calls, -1);
-            ASSERT_GT(seen, 0) << c.name << ": no fallible call found";
-            long rounds = 0;
-            for (long target = 0; target < seen && !HasFailure(); target++) {
-                rounds++;
-                // How often a transfer's callbacks run (and grow a buffer)
-                // depends on how the bytes arrive: a replay may make fewer calls.
-                const long replayed = run_round(c, calls, target).first;
-                if (replayed <= target) {
-                    printf("%s / %s: %ld calls this time, rounds from %ld on not run\n", c.family,
-                           c.name, replayed, replayed + 1);
-                    break;
-                }
-            }
-            for (Summary *row : {&summary[c.family], &summary["~all"]}) {
-                row->cases++;
-                row->rounds += rounds;
-                for (int kind = 0; kind < kAllocCallKinds; kind++) {
-                    row->kinds[kind] += kinds[kind];
-                }
-            }
-            AllocControl::only_callers_in({});
-            ASSERT_FALSE(HasFailure());
-        }
-    }
-    printf("\n%-13s %5s", "family", "cases");
-    for (const char *kind : {"malloc", "calloc", "realloc", "strdup", "fopen", "open", "socket",
-                             "thread", "calls", "rounds"}) {
-        printf(" %7s", kind);
-    }
-    for (const auto &[family, row] : summary) {
-        printf("\n%-13s %5ld", family.c_str() + (family[0] == '~'), row.cases);
-        long calls = 0;
-        for (long count : row.kinds) {
-            printf(" %7ld", count);
-            calls += count;
-        }
-        printf(" %7ld %7ld", calls, row.rounds);
-    }
-    printf("\n");
-}
-
-}  // namespace
-
-int main(int argc, char **argv)
-{
-    ::testing::InitGoogleTest(&argc, argv);
     for (int i = 0; i < 3000; i++) {
         body += "line " + std::to_string(i) + " of the served document\n";
     }
-    mkdir(scratch.file("www").c_str(), 0755);
-    scratch.write("www/doc.txt", body);
-    web = std::make_unique<NginxServer>(scratch.path(), scratch.file("www"));
+    scratch.write("doc.txt", body);
+    const NginxServer web(scratch.path(), scratch.path());
+    url = web.http_url("/doc.txt");
     // Sanitizer reports of a round go where they are seen, not to its files.
     report_fd = dup(2);
     __sanitizer_set_report_fd(reinterpret_cast<void *>(static_cast<intptr_t>(report_fd)));
     signal(SIGALRM, [](int) {
-        // Only async-signal-safe calls here.
-        (void)!write(report_fd, "torture: round hangs: ", 22);
-        (void)!write(report_fd, round_name, strlen(round_name));
-        (void)!write(report_fd, "\n", 1);
+        (void)!write(report_fd, hang_report.data(), hang_report.size());  // async-signal-safe
         _exit(3);
     });
     signal(SIGPIPE, SIG_IGN);
-    return RUN_ALL_TESTS();
+    for (const Case &c : kCases) {
+        // json-c 0.16 does not check its own strdup of a key (it takes the
+        // length of the null copy): its other calls fail in a second pass.
+        const bool json = strcmp(c.partner, "libjson-c.so") == 0;
+        for (int pass = 0; pass < (json ? 2 : 1); pass++) {
+            const unsigned calls = pass ? kAnyFallible & ~kStrdup : kAnyFallible;
+            AllocControl::only_callers_in({"libku.so", json && pass == 0 ? "libku.so" : c.partner});
+            // A first run lets one-time set-up (libcurl's, OpenSSL's) happen.
+            run_round(c, calls, -1);
+            const long seen = run_round(c, calls, -1);
+            ASSERT_GT(seen, 0) << c.name << ": no fallible call found";
+            // How often a transfer's callbacks run (and grow a buffer) depends
+            // on how the bytes arrive: a replay that makes fewer calls ends it.
+            long rounds = 0;
+            for (long made = seen; rounds < seen && rounds <= made && !HasFailure();) {
+                made = run_round(c, calls, rounds++);
+            }
+            printf("%s / %s: %ld calls, %ld rounds\n", c.family, c.name, seen, rounds);
+            AllocControl::only_callers_in({});
+            ASSERT_FALSE(HasFailure());
+        }
+    }
 }
+
+}  // namespace

@@ -4,6 +4,13 @@
 
 #include <ku.h>
 
+#if !KU_CHECK_VERSION(1, 0, 0) || !KU_CHECK_VERSION(KU_VERSION_MAJOR, KU_VERSION_MINOR, 0) || \
+    KU_CHECK_VERSION(KU_VERSION_MAJOR, KU_VERSION_MINOR, KU_VERSION_PATCH + 1) || \
+    KU_CHECK_VERSION(KU_VERSION_MAJOR, KU_VERSION_MINOR + 1, 0) || \
+    KU_CHECK_VERSION(KU_VERSION_MAJOR + 1, 0, 0)
+#error "KU_CHECK_VERSION compares wrongly"
+#endif
+
 int main(void)
 {
     ku_tm tm;
@@ -12,10 +19,6 @@ int main(void)
     if (tm.tm_year != 1970 || tm.tm_mon != 1 || ku_ms_ticks() <= 0 || ku_ns_ticks() <= 0) {
         return 1;
     }
-#ifdef __cplusplus
-    printf("ku consumer ok (C++)\n");
-#else
-    printf("ku consumer ok (C)\n");
-#endif
+    printf("ku consumer ok\n");
     return 0;
 }
