@@ -56,8 +56,8 @@ build_and_test() {
     !*) select=(-LE "${label#!}") ;;
     *) select=(-L "$label") ;;
   esac
-  # The torture suite builds only its program and prints its table of calls
-  # and rounds.
+  # The torture suite builds only its program and prints the calls and rounds
+  # of each case.
   [[ $label == torture ]] && { extra=(-- torture_test); select+=(-V); }
   build "$dir" "$@" "${extra[@]}"
   local start=$SECONDS
