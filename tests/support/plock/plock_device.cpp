@@ -37,6 +37,7 @@ extern "C" int access(const char *path, int mode)
     if (std::strcmp(path, "/dev/plock") != 0)
         return faccessat(AT_FDCWD, path, mode, 0);
     ku_test::plock_device().calls.push_back("access " + std::to_string(mode));
+    errno = ENOENT;  // what a failed access of a missing node says
     return ku_test::plock_device().node ? 0 : -1;
 }
 
